@@ -1,0 +1,11 @@
+#pragma once
+
+// Every subcommand, one factory each; main.cpp lists them in the order of `orvelle --help`.
+
+#include "cli/command.h"
+
+namespace orvelle::cli {
+
+Command mediaProbeCommand();
+
+} // namespace orvelle::cli

@@ -1,0 +1,74 @@
+#include "cli/commands.h"
+#include "cli/output.h"
+#include "platform/media/media_probe.h"
+
+#include <iostream>
+
+namespace orvelle::cli {
+
+namespace {
+
+Json probeJson(const MediaProbe& probe) {
+    Json video = Json::array();
+    for (const auto& stream : probe.videoStreams) {
+        Json entry = {{"streamIndex", stream.streamIndex},
+                      {"codec", stream.codecName},
+                      {"codedSize", {{"width", stream.codedWidth}, {"height", stream.codedHeight}}},
+                      {"naturalSize",
+                       {{"width", stream.naturalWidth}, {"height", stream.naturalHeight}}},
+                      {"rotationDegrees", stream.rotationDegrees},
+                      {"duration", stream.duration}};
+        entry["nominalFrameRate"] = stream.nominalFrameRate ? Json(*stream.nominalFrameRate)
+                                                            : Json(nullptr);
+        entry["minFrameDuration"] = stream.minFrameDuration ? Json(*stream.minFrameDuration)
+                                                            : Json(nullptr);
+        video.push_back(entry);
+    }
+    Json audio = Json::array();
+    for (const auto& stream : probe.audioStreams) {
+        audio.push_back({{"streamIndex", stream.streamIndex},
+                         {"codec", stream.codecName},
+                         {"sampleRate", stream.sampleRate},
+                         {"channelCount", stream.channelCount},
+                         {"duration", stream.duration}});
+    }
+    return {{"format", probe.formatName},
+            {"duration", probe.duration},
+            {"video", video},
+            {"audio", audio}};
+}
+
+int runMediaProbe(const Arguments& arguments) {
+    const MediaProbe probe = probeMediaFile(arguments.positional(0, "the media file"));
+    if (arguments.flag("--json")) {
+        printJson(probeJson(probe));
+        return 0;
+    }
+    std::cout << "format " << probe.formatName << ", " << probe.duration << " s\n";
+    for (const auto& stream : probe.videoStreams) {
+        std::cout << "video #" << stream.streamIndex << ": " << stream.codecName << " "
+                  << stream.naturalWidth << "x" << stream.naturalHeight;
+        if (stream.nominalFrameRate) {
+            std::cout << " at " << *stream.nominalFrameRate << " fps";
+        }
+        std::cout << "\n";
+    }
+    for (const auto& stream : probe.audioStreams) {
+        std::cout << "audio #" << stream.streamIndex << ": " << stream.codecName << " "
+                  << stream.sampleRate << " Hz, " << stream.channelCount << " channels\n";
+    }
+    return 0;
+}
+
+} // namespace
+
+Command mediaProbeCommand() {
+    return {"media probe", "what a movie or audio file holds",
+            "orvelle media probe FILE [--json]\n\n"
+            "Prints the container, duration and streams of FILE: video size as displayed\n"
+            "(rotation applied), frame rates, audio rate and channels.",
+            {{"--json"}},
+            runMediaProbe};
+}
+
+} // namespace orvelle::cli

@@ -1,0 +1,74 @@
+#include "core/files.h"
+#include "core/json.h"
+#include "core/xdg_paths.h"
+#include "support/temporary_directory.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+namespace orvelle {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(AtomicWrite, ReplacesTheWholeFileAndLeavesNoTemporaryFile) {
+    testing::TemporaryDirectory folder;
+    const fs::path target = folder / "state.json";
+    writeFileAtomically(target, "first");
+    writeFileAtomically(target, "second, longer");
+    EXPECT_EQ(readFile(target), "second, longer");
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator()), 1);
+}
+
+TEST(AtomicWrite, AFailedReplaceKeepsWhatWasThereAndCleansUp) {
+    testing::TemporaryDirectory folder;
+    // A folder in the way makes the final rename fail, even for root.
+    const fs::path target = folder / "state.json";
+    fs::create_directories(target / "inside");
+    EXPECT_THROW(writeFileAtomically(target, "new"), FileError);
+    EXPECT_TRUE(fs::is_directory(target / "inside"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator()), 1);
+}
+
+TEST(AtomicWrite, AMissingFolderIsAFileErrorNamingTheFile) {
+    testing::TemporaryDirectory folder;
+    const fs::path target = folder / "missing" / "state.json";
+    try {
+        writeFileAtomically(target, "x");
+        FAIL();
+    } catch (const FileError& error) {
+        EXPECT_NE(std::string(error.what()).find("state.json"), std::string::npos);
+    }
+    EXPECT_FALSE(fileExists(target));
+}
+
+TEST(AtomicWrite, JsonGoesThroughTheSameReplace) {
+    testing::TemporaryDirectory folder;
+    const fs::path target = folder / "value.json";
+    writeJsonAtomically(target, Json{{"b", 1}, {"a", 2}});
+    EXPECT_EQ(readFile(target), "{\n  \"a\": 2,\n  \"b\": 1\n}\n");
+    EXPECT_EQ(readJsonFile(target), (Json{{"a", 2}, {"b", 1}}));
+}
+
+TEST(ReadFile, AMissingFileIsAFileError) {
+    EXPECT_THROW(readFile("/nonexistent/orvelle/file"), FileError);
+}
+
+TEST(XdgPaths, FollowTheEnvironmentAndFallBackUnderHome) {
+    const char* savedData = std::getenv("XDG_DATA_HOME");
+    const std::string saved = savedData ? savedData : "";
+    ::setenv("XDG_DATA_HOME", "/data/home", 1);
+    ::setenv("XDG_CACHE_HOME", "relative/is/ignored", 1);
+    ::setenv("HOME", "/home/someone", 1);
+    EXPECT_EQ(applicationSupportDirectory(), "/data/home/Orvelle");
+    EXPECT_EQ(cachesDirectory(), "/home/someone/.cache/Orvelle");
+    ::unsetenv("XDG_DATA_HOME");
+    EXPECT_EQ(applicationSupportDirectory(), "/home/someone/.local/share/Orvelle");
+    if (savedData) {
+        ::setenv("XDG_DATA_HOME", saved.c_str(), 1);
+    }
+}
+
+} // namespace
+} // namespace orvelle
