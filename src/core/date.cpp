@@ -46,7 +46,8 @@ bool expect(std::string_view text, size_t& pos, char c) {
 
 Date Date::now() {
     const auto now = std::chrono::system_clock::now();
-    return Date{std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count()};
+    return Date{
+        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count()};
 }
 
 Date Date::fromSecondsSince1970(double seconds) {
@@ -102,8 +103,7 @@ std::optional<Date> Date::parseISO8601(std::string_view text) {
         !readDigits(text, pos, 2, second)) {
         return std::nullopt;
     }
-    if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 ||
-        second > 60) {
+    if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 60) {
         return std::nullopt;
     }
     double fraction = 0;
@@ -140,10 +140,10 @@ std::optional<Date> Date::parseISO8601(std::string_view text) {
     if (pos != text.size()) {
         return std::nullopt;
     }
-    const std::int64_t days = daysFromCivil(year, static_cast<unsigned>(month),
-                                            static_cast<unsigned>(day));
-    const std::int64_t seconds =
-        days * 86400 + hour * 3600 + minute * 60 + second - offsetSeconds;
+    const std::int64_t days =
+        daysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day));
+    const std::int64_t seconds = days * 86400 + std::int64_t{hour} * 3600 +
+                                 std::int64_t{minute} * 60 + second - offsetSeconds;
     return Date{seconds * 1000 + static_cast<std::int64_t>(std::llround(fraction * 1000.0))};
 }
 
