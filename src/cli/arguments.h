@@ -35,7 +35,7 @@ public:
     const std::string& positional(size_t i, std::string_view what) const;
     bool flag(std::string_view name) const;
     std::optional<std::string> value(std::string_view name) const; // the last one given
-    std::vector<std::string> values(std::string_view name) const;   // all, in order
+    std::vector<std::string> values(std::string_view name) const;  // all, in order
 
     // Typed readers; a malformed value is a UsageError that names the option.
     std::optional<double> number(std::string_view name) const;

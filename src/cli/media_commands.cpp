@@ -11,17 +11,17 @@ namespace {
 Json probeJson(const MediaProbe& probe) {
     Json video = Json::array();
     for (const auto& stream : probe.videoStreams) {
-        Json entry = {{"streamIndex", stream.streamIndex},
-                      {"codec", stream.codecName},
-                      {"codedSize", {{"width", stream.codedWidth}, {"height", stream.codedHeight}}},
-                      {"naturalSize",
-                       {{"width", stream.naturalWidth}, {"height", stream.naturalHeight}}},
-                      {"rotationDegrees", stream.rotationDegrees},
-                      {"duration", stream.duration}};
-        entry["nominalFrameRate"] = stream.nominalFrameRate ? Json(*stream.nominalFrameRate)
-                                                            : Json(nullptr);
-        entry["minFrameDuration"] = stream.minFrameDuration ? Json(*stream.minFrameDuration)
-                                                            : Json(nullptr);
+        Json entry = {
+            {"streamIndex", stream.streamIndex},
+            {"codec", stream.codecName},
+            {"codedSize", {{"width", stream.codedWidth}, {"height", stream.codedHeight}}},
+            {"naturalSize", {{"width", stream.naturalWidth}, {"height", stream.naturalHeight}}},
+            {"rotationDegrees", stream.rotationDegrees},
+            {"duration", stream.duration}};
+        entry["nominalFrameRate"] =
+            stream.nominalFrameRate ? Json(*stream.nominalFrameRate) : Json(nullptr);
+        entry["minFrameDuration"] =
+            stream.minFrameDuration ? Json(*stream.minFrameDuration) : Json(nullptr);
         video.push_back(entry);
     }
     Json audio = Json::array();
@@ -63,7 +63,8 @@ int runMediaProbe(const Arguments& arguments) {
 } // namespace
 
 Command mediaProbeCommand() {
-    return {"media probe", "what a movie or audio file holds",
+    return {"media probe",
+            "what a movie or audio file holds",
             "orvelle media probe FILE [--json]\n\n"
             "Prints the container, duration and streams of FILE: video size as displayed\n"
             "(rotation applied), frame rates, audio rate and channels.",

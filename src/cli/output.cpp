@@ -1,9 +1,10 @@
 #include "cli/output.h"
 
+#include <unistd.h>
+
 #include <cmath>
 #include <cstdio>
 #include <iostream>
-#include <unistd.h>
 
 namespace orvelle::cli {
 

@@ -1,7 +1,8 @@
 #include "core/executor.h"
 
-#include <exception>
 #include <pthread.h>
+
+#include <exception>
 
 namespace orvelle {
 
@@ -108,8 +109,7 @@ size_t RunLoop::runFor(std::chrono::milliseconds timeout) {
     return ready.size();
 }
 
-bool RunLoop::runUntil(const std::function<bool()>& predicate,
-                       std::chrono::milliseconds timeout) {
+bool RunLoop::runUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (!predicate()) {
         const auto now = std::chrono::steady_clock::now();

@@ -13,9 +13,24 @@ bool isUnreservedPathCharacter(unsigned char c) {
         return true;
     }
     switch (c) {
-    case '-': case '.': case '_': case '~': case '/': case '!': case '$': case '&':
-    case '\'': case '(': case ')': case '*': case '+': case ',': case ';': case '=':
-    case ':': case '@':
+    case '-':
+    case '.':
+    case '_':
+    case '~':
+    case '/':
+    case '!':
+    case '$':
+    case '&':
+    case '\'':
+    case '(':
+    case ')':
+    case '*':
+    case '+':
+    case ',':
+    case ';':
+    case '=':
+    case ':':
+    case '@':
         return true;
     default:
         return false;
@@ -23,9 +38,12 @@ bool isUnreservedPathCharacter(unsigned char c) {
 }
 
 int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
     return -1;
 }
 
@@ -83,8 +101,9 @@ std::string fileURLString(const fs::path& path) {
 fs::path pathFromFileURL(std::string_view url) {
     constexpr std::string_view kScheme = "file://";
     if (url.size() >= kScheme.size() &&
-        std::equal(kScheme.begin(), kScheme.end(), url.begin(),
-                   [](char a, char b) { return a == std::tolower(static_cast<unsigned char>(b)); })) {
+        std::equal(kScheme.begin(), kScheme.end(), url.begin(), [](char a, char b) {
+            return a == std::tolower(static_cast<unsigned char>(b));
+        })) {
         std::string_view rest = url.substr(kScheme.size());
         if (rest.starts_with("localhost/")) {
             rest.remove_prefix(std::string_view("localhost").size());

@@ -115,8 +115,7 @@ int JsonCoder<int>::decode(const Json& json, const JsonDecodeContext& context) {
     return static_cast<int>(value);
 }
 
-std::int64_t JsonCoder<std::int64_t>::decode(const Json& json,
-                                             const JsonDecodeContext& context) {
+std::int64_t JsonCoder<std::int64_t>::decode(const Json& json, const JsonDecodeContext& context) {
     return decodeInteger(json, context);
 }
 
@@ -142,8 +141,8 @@ Date JsonCoder<Date>::decode(const Json& json, const JsonDecodeContext& context)
     context.fail("not an ISO 8601 date: \"" + text + "\"");
 }
 
-std::filesystem::path JsonCoder<std::filesystem::path>::decode(
-    const Json& json, const JsonDecodeContext& context) {
+std::filesystem::path JsonCoder<std::filesystem::path>::decode(const Json& json,
+                                                               const JsonDecodeContext& context) {
     const std::string text = decodeString(json, context);
     try {
         return pathFromFileURL(text);

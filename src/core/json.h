@@ -241,7 +241,7 @@ struct JsonCoder<std::vector<T>> {
 };
 
 // Text I/O.
-Json parseJson(std::string_view text); // throws JsonDecodeError
+Json parseJson(std::string_view text);    // throws JsonDecodeError
 std::string prettyJson(const Json& json); // two-space indent, sorted keys, trailing newline
 Json readJsonFile(const std::filesystem::path& path); // throws FileError or JsonDecodeError
 void writeJsonAtomically(const std::filesystem::path& path, const Json& json);

@@ -16,9 +16,12 @@ LogLevel levelFromEnvironment() {
         return LogLevel::warning;
     }
     const std::string text = value;
-    if (text == "debug") return LogLevel::debug;
-    if (text == "info") return LogLevel::info;
-    if (text == "error") return LogLevel::error;
+    if (text == "debug")
+        return LogLevel::debug;
+    if (text == "info")
+        return LogLevel::info;
+    if (text == "error")
+        return LogLevel::error;
     return LogLevel::warning;
 }
 
@@ -29,10 +32,14 @@ std::atomic<LogLevel>& threshold() {
 
 const char* levelName(LogLevel level) {
     switch (level) {
-    case LogLevel::debug: return "debug";
-    case LogLevel::info: return "info";
-    case LogLevel::warning: return "warning";
-    case LogLevel::error: return "error";
+    case LogLevel::debug:
+        return "debug";
+    case LogLevel::info:
+        return "info";
+    case LogLevel::warning:
+        return "warning";
+    case LogLevel::error:
+        return "error";
     }
     return "";
 }

@@ -1,8 +1,9 @@
 #include "core/xdg_paths.h"
 
-#include <cstdlib>
 #include <pwd.h>
 #include <unistd.h>
+
+#include <cstdlib>
 
 namespace orvelle {
 

@@ -28,19 +28,17 @@ TEST(Date, ReadsTheCommonIsoForms) {
 }
 
 TEST(Date, RefusesWhatIsNotAnIsoDate) {
-    for (const char* text : {"", "2001-01-01", "2001-01-01T00:00:00", "2001-13-01T00:00:00Z",
-                             "2001-01-01T00:00:00Zjunk", "01-01-2001T00:00:00Z",
-                             "2001-01-01T00:00:00.Z", "1.5"}) {
+    for (const char* text :
+         {"", "2001-01-01", "2001-01-01T00:00:00", "2001-13-01T00:00:00Z",
+          "2001-01-01T00:00:00Zjunk", "01-01-2001T00:00:00Z", "2001-01-01T00:00:00.Z", "1.5"}) {
         EXPECT_FALSE(Date::parseISO8601(text).has_value()) << text;
     }
 }
 
 TEST(Date, NumericFormCountsFrom2001) {
     EXPECT_EQ(Date::fromSecondsSinceReferenceDate(0).iso8601(), "2001-01-01T00:00:00.000Z");
-    EXPECT_EQ(Date::fromSecondsSinceReferenceDate(86400.25).iso8601(),
-              "2001-01-02T00:00:00.250Z");
-    EXPECT_DOUBLE_EQ(Date::fromSecondsSinceReferenceDate(42.5).secondsSinceReferenceDate(),
-                     42.5);
+    EXPECT_EQ(Date::fromSecondsSinceReferenceDate(86400.25).iso8601(), "2001-01-02T00:00:00.250Z");
+    EXPECT_DOUBLE_EQ(Date::fromSecondsSinceReferenceDate(42.5).secondsSinceReferenceDate(), 42.5);
 }
 
 TEST(Date, DatesBefore1970Format) {

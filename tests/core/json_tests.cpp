@@ -9,7 +9,8 @@ namespace orvelle {
 namespace {
 
 enum class Fruit { apple, pear };
-constexpr std::array<EnumName<Fruit>, 2> kFruitNames{{{Fruit::apple, "apple"}, {Fruit::pear, "pear"}}};
+constexpr std::array<EnumName<Fruit>, 2> kFruitNames{
+    {{Fruit::apple, "apple"}, {Fruit::pear, "pear"}}};
 std::span<const EnumName<Fruit>> jsonNames(Fruit) {
     return kFruitNames;
 }

@@ -41,8 +41,7 @@ VideoStreamInfo describeVideo(const AVStream* stream) {
     info.codedHeight = codec->height;
     info.naturalWidth = codec->width;
     info.naturalHeight = codec->height;
-    const uint8_t* matrix =
-        av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+    const uint8_t* matrix = av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
     if (matrix != nullptr) {
         const auto* m = reinterpret_cast<const int32_t*>(matrix);
         const double rotation = av_display_rotation_get(m);

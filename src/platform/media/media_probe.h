@@ -14,16 +14,16 @@ namespace orvelle {
 struct VideoStreamInfo {
     int streamIndex = 0;
     std::string codecName;
-    int codedWidth = 0;  // pixels as stored
+    int codedWidth = 0; // pixels as stored
     int codedHeight = 0;
     // The stored size with the display rotation applied, as absolute values: a movie turned
     // by 90 degrees reports its shape on screen.
     double naturalWidth = 0;
     double naturalHeight = 0;
-    double rotationDegrees = 0; // counter-clockwise, as the display matrix says
+    double rotationDegrees = 0;             // counter-clockwise, as the display matrix says
     std::optional<double> nominalFrameRate; // average frames per second, when known
     std::optional<double> minFrameDuration; // seconds, from the stream's base rate
-    double duration = 0; // seconds; 0 when the container does not say
+    double duration = 0;                    // seconds; 0 when the container does not say
 
     friend bool operator==(const VideoStreamInfo&, const VideoStreamInfo&) = default;
 };
