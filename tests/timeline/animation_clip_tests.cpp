@@ -1,0 +1,101 @@
+#include "timeline/animation_clip.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+namespace orvelle {
+namespace {
+
+Json minimalClip() {
+    return {{"id", "0F3C6B1A-3D0E-4B8C-9B2A-2D7E0A9C1F11"}, {"start", 2}, {"end", 5}};
+}
+
+TEST(AnimationClipJson, MissingKeysTakeTheirDefaults) {
+    const auto clip = decodeJson<AnimationClip>(minimalClip());
+    EXPECT_EQ(clip.start, EditTime(2));
+    EXPECT_EQ(clip.end, EditTime(5));
+    EXPECT_EQ(clip.zoomScale, 1.5);
+    EXPECT_EQ(clip.zoomMode, AnimationZoomMode::automatic);
+    EXPECT_FALSE(clip.manualOffset.has_value());
+    EXPECT_FALSE(clip.instantAnimation);
+    EXPECT_FALSE(clip.isDisabled);
+    EXPECT_EQ(clip.tiltDegrees, 0);
+    EXPECT_EQ(clip.tiltDirectionDegrees, 0);
+    EXPECT_FALSE(clip.centerBias);
+}
+
+TEST(AnimationClipJson, RoundTripsEveryField) {
+    AnimationClip clip;
+    clip.id = Uuid::random();
+    clip.start = EditTime(1);
+    clip.end = EditTime(3.5);
+    clip.zoomScale = 2.25;
+    clip.zoomMode = AnimationZoomMode::manual;
+    clip.manualOffset = ZoomManualOffset(0.5, -1.25);
+    clip.instantAnimation = true;
+    clip.isDisabled = true;
+    clip.tiltDegrees = 12;
+    clip.tiltDirectionDegrees = 270;
+    clip.centerBias = true;
+    const Json json = encodeJson(clip);
+    EXPECT_EQ(json.at("zoomMode"), Json("manual"));
+    EXPECT_EQ(decodeJson<AnimationClip>(json), clip);
+    clip.manualOffset.reset();
+    EXPECT_FALSE(encodeJson(clip).contains("manualOffset"));
+}
+
+TEST(AnimationClipJson, UnknownZoomModeNamesKeyAndValue) {
+    Json json = minimalClip();
+    json["zoomMode"] = "sideways";
+    try {
+        decodeJson<AnimationClip>(json, JsonDecodeContext{}.key("zoomClips").index(0));
+        FAIL();
+    } catch (const JsonDecodeError& error) {
+        EXPECT_STREQ(error.what(), "zoomClips[0].zoomMode: unknown value \"sideways\"");
+    }
+}
+
+struct TiltCase {
+    double stored;
+    double degrees;
+    double direction;
+};
+
+class AnimationClipTilt : public ::testing::TestWithParam<TiltCase> {};
+
+TEST_P(AnimationClipTilt, ReadsIntoRange) {
+    Json json = minimalClip();
+    json["tiltDegrees"] = GetParam().stored;
+    json["tiltDirectionDegrees"] = GetParam().stored;
+    const auto clip = decodeJson<AnimationClip>(json);
+    EXPECT_DOUBLE_EQ(clip.tiltDegrees, GetParam().degrees);
+    EXPECT_DOUBLE_EQ(clip.tiltDirectionDegrees, GetParam().direction);
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, AnimationClipTilt,
+                         ::testing::Values(TiltCase{30, 30, 30}, TiltCase{75, 50, 75},
+                                           TiltCase{-10, 0, 350}, TiltCase{360, 50, 0},
+                                           TiltCase{725, 50, 5}, TiltCase{-720, 0, 0}));
+
+TEST(AnimationClipTilt, NonFiniteReadsZero) {
+    EXPECT_EQ(sanitisedTiltDegrees(std::numeric_limits<double>::infinity()), 0);
+    EXPECT_EQ(sanitisedTiltDirectionDegrees(std::nan("")), 0);
+    const double direction = sanitisedTiltDirectionDegrees(-1e-15);
+    EXPECT_GE(direction, 0);
+    EXPECT_LT(direction, 360);
+}
+
+TEST(ZoomManualOffset, HoldsComponentsToThreeEitherWay) {
+    EXPECT_EQ(ZoomManualOffset(4, -5), ZoomManualOffset(3, -3));
+    EXPECT_EQ(ZoomManualOffset(std::nan(""), 1).x, 0);
+    EXPECT_EQ(ZoomManualOffset(std::numeric_limits<double>::infinity(), 1).x, 0);
+    const auto offset = decodeJson<ZoomManualOffset>(Json{{"x", 9}, {"y", 0.5}});
+    EXPECT_EQ(offset.x, 3);
+    EXPECT_EQ(offset.y, 0.5);
+    EXPECT_THROW(decodeJson<ZoomManualOffset>(Json{{"x", 1}}), JsonDecodeError);
+}
+
+} // namespace
+} // namespace orvelle
