@@ -7,15 +7,10 @@ extern "C" {
 }
 
 #include <cmath>
-#include <memory>
 
 namespace orvelle {
 
 namespace {
-
-struct FormatContextCloser {
-    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
-};
 
 double seconds(int64_t value, AVRational timeBase) {
     if (value == AV_NOPTS_VALUE || value <= 0) {
@@ -79,14 +74,7 @@ AudioStreamInfo describeAudio(const AVStream* stream) {
 } // namespace
 
 MediaProbe probeMediaFile(const std::filesystem::path& path) {
-    AVFormatContext* raw = nullptr;
-    if (const int code = avformat_open_input(&raw, path.c_str(), nullptr, nullptr); code < 0) {
-        detail::throwMediaError("Could not open \"" + path.string() + "\"", code);
-    }
-    std::unique_ptr<AVFormatContext, FormatContextCloser> context(raw);
-    if (const int code = avformat_find_stream_info(context.get(), nullptr); code < 0) {
-        detail::throwMediaError("Could not read the streams of \"" + path.string() + "\"", code);
-    }
+    const detail::InputPtr context = detail::openInput(path);
     MediaProbe probe;
     probe.formatName = context->iformat != nullptr ? context->iformat->name : "";
     double longest = 0;
