@@ -1,0 +1,103 @@
+#include "project/editor_document.h"
+
+#include "core/file_url.h"
+#include "platform/media/media_probe.h"
+#include "project/recording_take_builder.h"
+
+#include <cctype>
+
+namespace orvelle {
+
+namespace {
+
+// Package reading is not built yet. Until it is, a package takes the plain-file path
+// below, exactly as a package that fails to load does.
+// TODO(package): return OrvelleProjectPackage::load(url), dropping its error.
+std::optional<EditorDocument> loadSavedPackage(const std::filesystem::path&) {
+    return std::nullopt;
+}
+
+bool hasPackageExtension(const std::filesystem::path& url) {
+    return standardizedPath(url).extension() == "." + std::string(kProjectPackageExtension);
+}
+
+std::string trimmed(const std::string& text) {
+    const auto isSpace = [](unsigned char c) { return std::isspace(c) != 0; };
+    size_t begin = 0;
+    size_t end = text.size();
+    while (begin < end && isSpace(static_cast<unsigned char>(text[begin]))) {
+        ++begin;
+    }
+    while (end > begin && isSpace(static_cast<unsigned char>(text[end - 1]))) {
+        --end;
+    }
+    return text.substr(begin, end - begin);
+}
+
+} // namespace
+
+EditorDocument EditorDocument::load(const std::filesystem::path& url) {
+    return load(url, LastEditorSettingsStore());
+}
+
+EditorDocument EditorDocument::load(const std::filesystem::path& url,
+                                    const LastEditorSettingsStore& settingsStore) {
+    if (hasPackageExtension(url)) {
+        if (auto document = loadSavedPackage(url)) {
+            return *document;
+        }
+    }
+    const auto lastSettings = settingsStore.load();
+    if (auto manifest = TakeManifest::load(url)) {
+        return sidecarDocument(url, std::move(*manifest), lastSettings);
+    }
+    return sidecarDocument(url, singleScreenManifest(url), lastSettings);
+}
+
+EditorDocument EditorDocument::sidecarDocument(const std::filesystem::path& url,
+                                               TakeManifest manifest,
+                                               const LastEditorSettings& lastSettings) {
+    const LastEditorSettings look = lastSettings.normalizedForTrimmedEditor();
+    EditorDocument document;
+    document.documentURL = url;
+    document.screenURL = url;
+    document.project.manifest = manifest;
+    document.project.animation = look.animation;
+    document.project.background = look.background;
+    document.project.cursor = look.cursor;
+    document.project.camera = look.camera;
+    document.project.audio = look.audio;
+    document.project.screen = look.screen;
+    document.project.exportSettings = look.exportSettings;
+    document.manifest = std::move(manifest);
+    return document;
+}
+
+std::string EditorDocument::displayTitle() const {
+    if (!hasSavedProject) {
+        const std::string title = trimmed(baseName(screenURL));
+        return title.empty() ? "Orvelle Recording" : title;
+    }
+    return baseName(standardizedPath(packageURL.value_or(screenURL)));
+}
+
+std::string EditorDocument::suggestedSaveName() const {
+    return displayTitle() + "." + std::string(kProjectPackageExtension);
+}
+
+SourceTime takeSourceDuration(const TakeManifest& manifest) {
+    if (const double duration = manifest.duration(); duration > 0) {
+        return SourceTime(duration);
+    }
+    const auto screens = manifest.segmentsFor(MediaTrackManifest::Kind::screen);
+    if (screens.empty()) {
+        return SourceTime(0);
+    }
+    try {
+        return SourceTime(probeMediaFile(screens.front().url).duration);
+    } catch (const MediaError&) {
+        return SourceTime(0);
+    }
+}
+
+} // namespace orvelle

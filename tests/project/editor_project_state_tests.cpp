@@ -1,0 +1,203 @@
+#include "project/editor_project_state.h"
+#include "project_test_support.h"
+
+#include <gtest/gtest.h>
+
+namespace orvelle {
+namespace {
+
+using testing::kSomeID;
+using testing::minimalManifestJson;
+using testing::projectWith;
+
+TEST(EditorProjectStateJson, OnlyAManifestOpensWithEveryDefault) {
+    const auto state = decodeJson<EditorProjectState>(Json{{"manifest", minimalManifestJson()}});
+    EditorProjectState expected;
+    expected.manifest = decodeJson<TakeManifest>(minimalManifestJson());
+    EXPECT_EQ(state, expected);
+    EXPECT_EQ(state.timeline, TimelineState::defaultState());
+    EXPECT_EQ(state.screen.zoomScale, 1.5);
+    EXPECT_EQ(state.screen.aspectRatio, AspectRatio::wide);
+    EXPECT_EQ(state.cursor.style, CursorStyle::soft);
+    EXPECT_FALSE(state.exportSettings.has_value());
+    EXPECT_FALSE(encodeJson(state).contains("export"));
+}
+
+TEST(EditorProjectStateJson, TheManifestIsRequired) {
+    try {
+        decodeJson<EditorProjectState>(
+            Json{{"timeline", {{"sourceDuration", 1}, {"clips", Json::array()}}}});
+        FAIL();
+    } catch (const JsonDecodeError& error) {
+        EXPECT_EQ(error.path(), "manifest");
+    }
+}
+
+TEST(EditorProjectStateJson, ClipsMissingFromATimelineFailTheRead) {
+    try {
+        decodeJson<EditorProjectState>(projectWith("timeline", {{"sourceDuration", 4}}));
+        FAIL();
+    } catch (const JsonDecodeError& error) {
+        EXPECT_EQ(error.path(), "timeline.clips");
+        EXPECT_STREQ(error.what(), "timeline.clips: required key is missing");
+    }
+}
+
+struct UnknownValueCase {
+    const char* key;
+    Json value;
+    const char* path;
+    const char* bad;
+};
+
+class UnknownEnumeration : public ::testing::TestWithParam<UnknownValueCase> {};
+
+TEST_P(UnknownEnumeration, FailsTheWholeProjectNamingKeyAndValue) {
+    const auto& param = GetParam();
+    try {
+        decodeJson<EditorProjectState>(projectWith(param.key, param.value));
+        FAIL() << param.path;
+    } catch (const JsonDecodeError& error) {
+        EXPECT_EQ(error.path(), param.path);
+        EXPECT_NE(std::string(error.what()).find(param.bad), std::string::npos) << error.what();
+    }
+}
+
+Json clipWith(const char* key, const char* value) {
+    Json clip = {{"id", kSomeID}, {"start", 0}, {"end", 1}, {"mode", "hidden"}};
+    clip[key] = value;
+    return clip;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Records, UnknownEnumeration,
+    ::testing::Values(
+        UnknownValueCase{"background", {{"kind", "gradient"}}, "background.kind", "gradient"},
+        UnknownValueCase{"camera", {{"position", "middle"}}, "camera.position", "middle"},
+        UnknownValueCase{"camera", {{"shape", "circle"}}, "camera.shape", "circle"},
+        UnknownValueCase{"camera",
+                         {{"dynamicLayoutClips", {clipWith("mode", "pip")}}},
+                         "camera.dynamicLayoutClips[0].mode",
+                         "pip"},
+        UnknownValueCase{"mask",
+                         {{"clips", {clipWith("borderStyle", "glow")}}},
+                         "mask.clips[0].borderStyle",
+                         "glow"},
+        UnknownValueCase{
+            "text", {{"clips", {clipWith("preset", "zoom")}}}, "text.clips[0].preset", "zoom"},
+        UnknownValueCase{"text",
+                         {{"clips", {clipWith("alignment", "justify")}}},
+                         "text.clips[0].alignment",
+                         "justify"},
+        UnknownValueCase{"screen", {{"aspectRatio", "cinema"}}, "screen.aspectRatio", "cinema"},
+        UnknownValueCase{"animation", {{"screenStyle", "wild"}}, "animation.screenStyle", "wild"},
+        UnknownValueCase{
+            "cursor", {{"style", "neon"}}, "cursor.style", "Unknown cursor style: neon"},
+        UnknownValueCase{"export",
+                         {{"metadataConversation", {{{"role", "system"}, {"text", "x"}}}}},
+                         "export.metadataConversation[0].role",
+                         "system"}));
+
+TEST(EditorProjectStateJson, AnUnknownTrackKindFailsTheProject) {
+    Json manifest = minimalManifestJson();
+    manifest["tracks"][0]["kind"] = "hologram";
+    try {
+        decodeJson<EditorProjectState>(Json{{"manifest", manifest}});
+        FAIL();
+    } catch (const JsonDecodeError& error) {
+        EXPECT_EQ(error.path(), "manifest.tracks[0].kind");
+    }
+}
+
+EditorProjectState populatedState() {
+    EditorProjectState state;
+    state.manifest = decodeJson<TakeManifest>(minimalManifestJson());
+    state.timeline = seededTimeline({}, SourceTime(12));
+    state.timeline.clips[0].speed = 1.5;
+    AnimationClip zoom;
+    zoom.id = Uuid::random();
+    zoom.start = EditTime(1);
+    zoom.end = EditTime(2.5);
+    zoom.manualOffset = ZoomManualOffset(0.25, -0.5);
+    state.animation = {ScreenAnimationStyle::smooth, {zoom}};
+    state.background.kind = BackgroundKind::color;
+    state.background.wallpaper = WallpaperPreset(WallpaperCategory::green, 3);
+    state.cursor.style = CursorStyle::dot;
+    state.cursor.tiltEnabled = false;
+    CameraLayoutClip layout;
+    layout.id = Uuid::random();
+    layout.start = EditTime(0);
+    layout.end = EditTime(3);
+    layout.mode = CameraLayoutMode::fullscreen;
+    layout.position = CameraOverlayPosition::topLeft;
+    state.camera.dynamicLayoutClips = {layout};
+    state.camera.shape = CameraOverlayShape::vertical;
+    MaskClip mask;
+    mask.id = Uuid::random();
+    mask.start = EditTime(2);
+    mask.end = EditTime(4);
+    mask.referenceTime = EditTime(3);
+    mask.rect = {0.1, 0.2, 0.3, 0.4};
+    mask.borderStyle = MaskBorder::Style::twinComet;
+    state.mask.clips = {mask};
+    state.music.clips = {{Uuid::random(), EditTime(0), EditTime(9), 4.5, "music-0001", "Theme"}};
+    TextClip text;
+    text.id = Uuid::random();
+    text.start = EditTime(5);
+    text.end = EditTime(7);
+    text.text = "Hello\nthere";
+    text.alignment = TextBlockAlignment::center;
+    state.text.clips = {text};
+    state.audio.removesNoise = true;
+    state.audio.musicVolume = 0.3;
+    state.screen = {2.0, AspectRatio::automatic};
+    state.exportSettings = ProjectExportSettings{};
+    state.exportSettings->format = "mov";
+    return state;
+}
+
+TEST(EditorProjectStateJson, SerialisingAndReadingYieldsTheSameValue) {
+    const auto state = populatedState();
+    const Json json = encodeJson(state);
+    EXPECT_EQ(json.at("screen").at("aspectRatio"), Json("auto"));
+    EXPECT_EQ(json.at("export").at("format"), Json("mov"));
+    EXPECT_EQ(decodeJson<EditorProjectState>(parseJson(prettyJson(json))), state);
+}
+
+TEST(CameraOverlaySettings, ActiveLayoutClipSkipsDisabledOnes) {
+    CameraOverlaySettings settings;
+    CameraLayoutClip off;
+    off.id = Uuid::random();
+    off.start = EditTime(0);
+    off.end = EditTime(10);
+    off.isDisabled = true;
+    CameraLayoutClip on = off;
+    on.id = Uuid::random();
+    on.isDisabled = false;
+    on.start = EditTime(4);
+    on.end = EditTime(6);
+    settings.dynamicLayoutClips = {off, on};
+    EXPECT_FALSE(settings.activeLayoutClip(EditTime(2)).has_value());
+    EXPECT_EQ(settings.activeLayoutClip(EditTime(4))->id, on.id);
+    EXPECT_FALSE(settings.activeLayoutClip(EditTime(6)).has_value());
+}
+
+TEST(TextOverlaySettings, ActiveClipsAreAllThatCoverTheTimeInOrder) {
+    TextOverlaySettings settings;
+    for (const auto& [start, end] :
+         std::vector<std::pair<double, double>>{{0, 4}, {2, 6}, {5, 8}}) {
+        TextClip clip;
+        clip.id = Uuid::random();
+        clip.start = EditTime(start);
+        clip.end = EditTime(end);
+        settings.clips.push_back(clip);
+    }
+    EXPECT_EQ(settings.activeClips(EditTime(3)).size(), 2u);
+    EXPECT_EQ(settings.activeClips(EditTime(3))[0].id, settings.clips[0].id);
+    EXPECT_EQ(settings.activeClips(EditTime(5.5)).size(), 2u);
+    EXPECT_EQ(settings.activeClips(EditTime(5.5))[0].id, settings.clips[1].id);
+    EXPECT_TRUE(settings.activeClips(EditTime(8)).empty());
+}
+
+} // namespace
+} // namespace orvelle
