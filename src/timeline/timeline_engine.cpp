@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 namespace orvelle {
 
@@ -195,9 +194,9 @@ std::optional<DeletedTimelineGap> deleteSourceRange(TimelineState& state, Source
 TimelineClip restoredClip(SourceTime start, SourceTime end, const TimelineState& state) {
     const auto clips = sortedClips(state);
     const TimelineClip* neighbour = nullptr;
-    for (auto it = clips.rbegin(); it != clips.rend(); ++it) {
-        if (it->end.seconds <= start.seconds + kEpsilon) {
-            neighbour = &*it;
+    for (size_t i = clips.size(); i-- > 0;) {
+        if (clips[i].end.seconds <= start.seconds + kEpsilon) {
+            neighbour = &clips[i];
             break;
         }
     }
@@ -236,7 +235,7 @@ std::optional<TimelineClip> restoreSourceRange(TimelineState& state, SourceTime 
     for (const auto& stretch : missing) {
         TimelineClip clip = restoredClip(SourceTime(stretch.start), SourceTime(stretch.end), state);
         restoredIDs.push_back(clip.id);
-        state.clips.push_back(std::move(clip));
+        state.clips.push_back(clip);
     }
     std::vector<DeletedTimelineGap> gaps;
     for (const auto& gap : state.deletedGaps) {
@@ -253,7 +252,7 @@ std::optional<TimelineClip> restoreSourceRange(TimelineState& state, SourceTime 
     std::optional<TimelineClip> result;
     for (const auto& id : restoredIDs) {
         if (auto merged = mergeContiguousClips(state, id)) {
-            result = std::move(merged);
+            result = merged;
         }
     }
     return result;
