@@ -12,3 +12,39 @@ endif()
 if(ORVELLE_BUILD_BENCH)
   find_package(benchmark REQUIRED)
 endif()
+
+# Speech: FFTW single precision for the mel front end.
+pkg_check_modules(FFTW3F REQUIRED IMPORTED_TARGET fftw3f)
+
+# ONNX Runtime: a system install (pkg-config or CMake package, 1.21 or newer) wins;
+# otherwise scripts/fetch-onnxruntime has put it in third_party/onnxruntime. Only
+# platform/onnx uses it: it loads the library when the first session is made, so the
+# program starts and says what is wrong when the library is missing or too old.
+set(ORVELLE_ONNXRUNTIME_MINIMUM 1.21)
+pkg_check_modules(ONNXRUNTIME QUIET libonnxruntime>=${ORVELLE_ONNXRUNTIME_MINIMUM})
+if(ONNXRUNTIME_FOUND)
+  find_library(ORVELLE_ONNXRUNTIME_LIBRARY NAMES onnxruntime HINTS ${ONNXRUNTIME_LIBRARY_DIRS}
+               NO_CACHE REQUIRED)
+  set(ORVELLE_ONNXRUNTIME_INCLUDE_DIR ${ONNXRUNTIME_INCLUDE_DIRS})
+else()
+  find_package(onnxruntime ${ORVELLE_ONNXRUNTIME_MINIMUM} CONFIG QUIET)
+  if(onnxruntime_FOUND)
+    get_target_property(ORVELLE_ONNXRUNTIME_INCLUDE_DIR onnxruntime::onnxruntime
+                        INTERFACE_INCLUDE_DIRECTORIES)
+    get_target_property(ORVELLE_ONNXRUNTIME_LIBRARY onnxruntime::onnxruntime LOCATION)
+  elseif(EXISTS ${PROJECT_SOURCE_DIR}/third_party/onnxruntime/lib/libonnxruntime.so.1)
+    set(ORVELLE_ONNXRUNTIME_INCLUDE_DIR ${PROJECT_SOURCE_DIR}/third_party/onnxruntime/include)
+    set(ORVELLE_ONNXRUNTIME_LIBRARY ${PROJECT_SOURCE_DIR}/third_party/onnxruntime/lib/libonnxruntime.so.1)
+  else()
+    message(FATAL_ERROR "ONNX Runtime was not found. Run scripts/fetch-onnxruntime (or "
+                        "'make bootstrap'), which puts it in third_party/onnxruntime.")
+  endif()
+endif()
+add_library(orvelle_onnxruntime INTERFACE)
+target_include_directories(orvelle_onnxruntime SYSTEM INTERFACE ${ORVELLE_ONNXRUNTIME_INCLUDE_DIR})
+target_compile_definitions(orvelle_onnxruntime INTERFACE
+  ORVELLE_ONNXRUNTIME_LIBRARY="${ORVELLE_ONNXRUNTIME_LIBRARY}"
+  ORVELLE_ONNXRUNTIME_MINIMUM="${ORVELLE_ONNXRUNTIME_MINIMUM}"
+  ORT_API_MANUAL_INIT)
+target_link_libraries(orvelle_onnxruntime INTERFACE ${CMAKE_DL_LIBS})
+message(STATUS "ONNX Runtime: ${ORVELLE_ONNXRUNTIME_LIBRARY}")
