@@ -2,6 +2,7 @@
 
 #include "core/file_url.h"
 #include "platform/media/media_probe.h"
+#include "project/orvelle_project_package.h"
 #include "project/recording_take_builder.h"
 
 #include <cctype>
@@ -10,11 +11,14 @@ namespace orvelle {
 
 namespace {
 
-// Package reading is not built yet. Until it is, a package takes the plain-file path
-// below, exactly as a package that fails to load does.
-// TODO(package): return OrvelleProjectPackage::load(url), dropping its error.
-std::optional<EditorDocument> loadSavedPackage(const std::filesystem::path&) {
-    return std::nullopt;
+// A package that cannot be loaded is opened as a plain file, as the user would expect of
+// any file they pick; the screen that cannot be played then says what is wrong.
+std::optional<EditorDocument> loadSavedPackage(const std::filesystem::path& url) {
+    try {
+        return OrvelleProjectPackage::load(url);
+    } catch (const Error&) {
+        return std::nullopt;
+    }
 }
 
 bool hasPackageExtension(const std::filesystem::path& url) {
