@@ -1,0 +1,33 @@
+#pragma once
+
+// The speed of the camera and of the zoom, smoothed over frames: what drives the screen's
+// motion blur. Motion is measured per 60th of a second whatever the frame rate, so that
+// blur does not depend on it. A running state: one owner, not thread-safe.
+
+#include "motion/motion_blur_vector.h"
+#include "project/cursor_recording.h"
+
+#include <optional>
+
+namespace orvelle {
+
+class FrameMotionAccumulator {
+public:
+    // Feeds the frame at an edit time with the camera's focus and the effective zoom scale.
+    // A step back, a step of 0.5 s or more, or a frame that does not continue the last one
+    // (a scrub) resets the motion to zero.
+    void update(double editTime, const std::optional<CursorPoint>& cameraPoint,
+                double effectiveZoomScale, bool continuesPreviousFrame = true);
+
+    const MotionBlurVector& cameraFrameMotion() const { return cameraFrameMotion_; }
+    double zoomFrameMotion() const { return zoomFrameMotion_; }
+
+private:
+    std::optional<double> previousEditTime_;
+    std::optional<CursorPoint> previousCameraPoint_;
+    double previousEffectiveZoomScale_ = 1;
+    MotionBlurVector cameraFrameMotion_;
+    double zoomFrameMotion_ = 0;
+};
+
+} // namespace orvelle
