@@ -6,6 +6,17 @@ find_package(nlohmann_json 3.10 REQUIRED)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET
   libavformat libavcodec libavutil libswscale libswresample)
 
+# Images: OpenCV core and imgproc (Debian ships no CMake package for these two alone),
+# Cairo for shapes and PNG files, Pango for text.
+find_path(OPENCV_INCLUDE_DIR opencv2/core.hpp PATH_SUFFIXES opencv4 REQUIRED)
+find_library(OPENCV_CORE_LIBRARY opencv_core REQUIRED)
+find_library(OPENCV_IMGPROC_LIBRARY opencv_imgproc REQUIRED)
+add_library(orvelle_opencv INTERFACE)
+target_include_directories(orvelle_opencv SYSTEM INTERFACE ${OPENCV_INCLUDE_DIR})
+target_link_libraries(orvelle_opencv INTERFACE ${OPENCV_IMGPROC_LIBRARY} ${OPENCV_CORE_LIBRARY})
+pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo)
+pkg_check_modules(PANGOCAIRO REQUIRED IMPORTED_TARGET pangocairo fontconfig)
+
 if(ORVELLE_BUILD_TESTS)
   find_package(GTest REQUIRED)
 endif()
