@@ -16,6 +16,10 @@ target_include_directories(orvelle_opencv SYSTEM INTERFACE ${OPENCV_INCLUDE_DIR}
 target_link_libraries(orvelle_opencv INTERFACE ${OPENCV_IMGPROC_LIBRARY} ${OPENCV_CORE_LIBRARY})
 pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo)
 pkg_check_modules(PANGOCAIRO REQUIRED IMPORTED_TARGET pangocairo fontconfig)
+# Speech alignment: Unicode folding, the number pattern, model checksums.
+pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
+pkg_check_modules(PCRE2 REQUIRED IMPORTED_TARGET libpcre2-8)
+pkg_check_modules(LIBCRYPTO REQUIRED IMPORTED_TARGET libcrypto)
 
 if(ORVELLE_BUILD_TESTS)
   find_package(GTest REQUIRED)

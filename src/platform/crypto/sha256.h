@@ -1,0 +1,17 @@
+#pragma once
+
+// SHA-256 digests as lower-case hexadecimal text (64 characters).
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace orvelle {
+
+std::string sha256Hex(std::string_view bytes);
+
+// Reads the file in blocks, so a model of any size never sits in memory whole. Throws
+// FileError naming the file when it cannot be read.
+std::string sha256HexOfFile(const std::filesystem::path& path);
+
+} // namespace orvelle
