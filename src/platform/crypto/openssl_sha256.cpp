@@ -1,6 +1,5 @@
-#include "platform/crypto/sha256.h"
-
 #include "core/error.h"
+#include "platform/crypto/sha256.h"
 
 #include <openssl/evp.h>
 

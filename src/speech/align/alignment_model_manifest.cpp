@@ -20,8 +20,8 @@ std::span<const EnumName<OutputKind>> jsonNames(OutputKind) {
     return kOutputKindNames;
 }
 
-AlignmentTokenizerMetadata JsonCoder<AlignmentTokenizerMetadata>::decode(
-    const Json& json, const JsonDecodeContext& context) {
+AlignmentTokenizerMetadata
+JsonCoder<AlignmentTokenizerMetadata>::decode(const Json& json, const JsonDecodeContext& context) {
     const JsonObjectReader reader(json, context);
     AlignmentTokenizerMetadata tokenizer;
     tokenizer.type = reader.value<std::string>("type", "");
@@ -50,8 +50,8 @@ Json JsonCoder<AlignmentTokenizerMetadata>::encode(const AlignmentTokenizerMetad
     return json;
 }
 
-AlignmentModelMetadata JsonCoder<AlignmentModelMetadata>::decode(
-    const Json& json, const JsonDecodeContext& context) {
+AlignmentModelMetadata JsonCoder<AlignmentModelMetadata>::decode(const Json& json,
+                                                                 const JsonDecodeContext& context) {
     const JsonObjectReader reader(json, context);
     AlignmentModelMetadata model;
     model.file = reader.required<std::string>("file");
@@ -90,8 +90,8 @@ Json JsonCoder<AlignmentModelMetadata>::encode(const AlignmentModelMetadata& mod
     return json;
 }
 
-AlignmentModelManifest JsonCoder<AlignmentModelManifest>::decode(
-    const Json& json, const JsonDecodeContext& context) {
+AlignmentModelManifest JsonCoder<AlignmentModelManifest>::decode(const Json& json,
+                                                                 const JsonDecodeContext& context) {
     const JsonObjectReader reader(json, context);
     AlignmentModelManifest manifest;
     manifest.schemaVersion = reader.value<int>("schema_version", 1);

@@ -52,8 +52,7 @@ struct AlignmentModelMetadata {
     std::optional<int> featureHopLength;
     std::optional<int> featureSubsamplingFactor;
 
-    friend bool operator==(const AlignmentModelMetadata&,
-                           const AlignmentModelMetadata&) = default;
+    friend bool operator==(const AlignmentModelMetadata&, const AlignmentModelMetadata&) = default;
 };
 
 struct AlignmentModelLicense {
@@ -76,8 +75,7 @@ struct AlignmentModelManifest {
     std::map<std::string, std::string> checksums; // relative path to "sha256:<hex>"
     std::string version;
 
-    friend bool operator==(const AlignmentModelManifest&,
-                           const AlignmentModelManifest&) = default;
+    friend bool operator==(const AlignmentModelManifest&, const AlignmentModelManifest&) = default;
 };
 
 template <>

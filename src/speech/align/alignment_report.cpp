@@ -20,8 +20,7 @@ AlignmentReport AlignmentReport::make(const std::vector<AlignedWordTiming>& word
     int shiftCount = 0;
     for (const auto& word : words) {
         const auto found = inputByID.find(word.wordID);
-        if (found == inputByID.end() || !found->second->roughStart ||
-            !found->second->roughEnd) {
+        if (found == inputByID.end() || !found->second->roughStart || !found->second->roughEnd) {
             continue;
         }
         const AlignmentInputWord& input = *found->second;

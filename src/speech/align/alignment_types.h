@@ -3,14 +3,14 @@
 // The values that pass through precise word timing: the words handed in with their rough
 // times, the options, the timings that come out, warnings, and the report.
 
+#include "core/json.h"
+
 #include <filesystem>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "core/json.h"
 
 namespace orvelle {
 

@@ -81,8 +81,8 @@ CTCAlignmentPath align(const CTCFrameLogProbabilities& logProbabilities,
     if (frames < needed) {
         fail("not enough model frames (" + std::to_string(frames) + ") to align " +
              std::to_string(tokenCount) +
-             " target tokens; repeated adjacent tokens require at least " +
-             std::to_string(needed) + " frames");
+             " target tokens; repeated adjacent tokens require at least " + std::to_string(needed) +
+             " frames");
     }
 
     // The extended sequence: blank, t0, blank, t1, ..., blank.
@@ -104,8 +104,7 @@ CTCAlignmentPath align(const CTCFrameLogProbabilities& logProbabilities,
     const auto rowLength = static_cast<size_t>(vocabularySize);
     std::vector<float> previous(static_cast<size_t>(states), kNegativeInfinity);
     std::vector<float> current(static_cast<size_t>(states), kNegativeInfinity);
-    std::vector<Backpointer> backpointers(static_cast<size_t>(frames) *
-                                              static_cast<size_t>(states),
+    std::vector<Backpointer> backpointers(static_cast<size_t>(frames) * static_cast<size_t>(states),
                                           kUnset);
 
     previous[0] = scores[extended[0]];
@@ -145,10 +144,10 @@ CTCAlignmentPath align(const CTCFrameLogProbabilities& logProbabilities,
     // The path ends in the last token or the closing blank; a tie favours the blank.
     int finalState = 0;
     if (states >= 2) {
-        finalState = previous[static_cast<size_t>(states - 2)] <=
-                             previous[static_cast<size_t>(states - 1)]
-                         ? states - 1
-                         : states - 2;
+        finalState =
+            previous[static_cast<size_t>(states - 2)] <= previous[static_cast<size_t>(states - 1)]
+                ? states - 1
+                : states - 2;
     }
     if (previous[static_cast<size_t>(finalState)] == kNegativeInfinity) {
         fail("Viterbi search could not consume the target transcript");
@@ -160,9 +159,8 @@ CTCAlignmentPath align(const CTCFrameLogProbabilities& logProbabilities,
     path.statePath.back() = finalState;
     for (int t = frames - 1; t >= 1; --t) {
         const int state = path.statePath[static_cast<size_t>(t)];
-        const Backpointer step =
-            backpointers[static_cast<size_t>(t) * static_cast<size_t>(states) +
-                         static_cast<size_t>(state)];
+        const Backpointer step = backpointers[static_cast<size_t>(t) * static_cast<size_t>(states) +
+                                              static_cast<size_t>(state)];
         path.statePath[static_cast<size_t>(t - 1)] = step < 0 ? 0 : state - step;
     }
 

@@ -56,7 +56,7 @@ struct CTCAlignedTokenSpan {
 };
 
 struct CTCAlignmentPath {
-    std::vector<int> statePath; // one state of the extended sequence per frame
+    std::vector<int> statePath;                  // one state of the extended sequence per frame
     std::vector<CTCAlignedTokenSpan> tokenSpans; // in target order
     float totalLogProbability = 0;
 

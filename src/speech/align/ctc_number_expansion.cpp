@@ -16,9 +16,9 @@ namespace orvelle::CTCNumberExpansion {
 namespace {
 
 constexpr std::array<std::string_view, 20> kOnes{
-    "zero",    "one",     "two",       "three",    "four",     "five",    "six",
-    "seven",   "eight",   "nine",      "ten",      "eleven",   "twelve",  "thirteen",
-    "fourteen", "fifteen", "sixteen",  "seventeen", "eighteen", "nineteen"};
+    "zero",     "one",     "two",     "three",     "four",     "five",    "six",
+    "seven",    "eight",   "nine",    "ten",       "eleven",   "twelve",  "thirteen",
+    "fourteen", "fifteen", "sixteen", "seventeen", "eighteen", "nineteen"};
 
 constexpr std::array<std::string_view, 10> kTens{"",      "",      "twenty",  "thirty", "forty",
                                                  "fifty", "sixty", "seventy", "eighty", "ninety"};
@@ -226,10 +226,9 @@ const pcre2_code* numberPattern() {
             R"(\$?\d+(?:,\d{3})*(?::\d{2})?(?:\.\d+)*(?:st|nd|rd|th)?%?)";
         int error = 0;
         PCRE2_SIZE errorOffset = 0;
-        pcre2_code* code = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(kPattern.data()),
-                                         kPattern.size(),
-                                         PCRE2_UTF | PCRE2_UCP | PCRE2_MATCH_INVALID_UTF,
-                                         &error, &errorOffset, nullptr);
+        pcre2_code* code = pcre2_compile(
+            reinterpret_cast<PCRE2_SPTR>(kPattern.data()), kPattern.size(),
+            PCRE2_UTF | PCRE2_UCP | PCRE2_MATCH_INVALID_UTF, &error, &errorOffset, nullptr);
         if (code == nullptr) {
             throw std::logic_error("the number pattern does not compile");
         }

@@ -33,8 +33,9 @@ std::string foldWidth(std::string_view text) {
             property->decomp_type == UTF8PROC_DECOMP_TYPE_NARROW) {
             utf8proc_int32_t mapped[4];
             int boundary = 0;
-            const utf8proc_ssize_t count =
-                utf8proc_decompose_char(value, mapped, 4, UTF8PROC_COMPAT, &boundary);
+            const utf8proc_ssize_t count = utf8proc_decompose_char(
+                value, mapped, 4,
+                static_cast<utf8proc_option_t>(UTF8PROC_DECOMPOSE | UTF8PROC_COMPAT), &boundary);
             if (count > 0 && count <= 4) {
                 for (utf8proc_ssize_t i = 0; i < count; ++i) {
                     appendUTF8(result, static_cast<char32_t>(mapped[i]));
@@ -50,11 +51,11 @@ std::string foldWidth(std::string_view text) {
 // Case folding and the removal of accents and other combining marks, then lower case.
 std::string foldCaseAndDiacritics(const std::string& text) {
     utf8proc_uint8_t* mapped = nullptr;
-    const utf8proc_ssize_t length = utf8proc_map(
-        reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
-        static_cast<utf8proc_ssize_t>(text.size()), &mapped,
-        static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_STRIPMARK |
-                                       UTF8PROC_CASEFOLD));
+    const utf8proc_ssize_t length =
+        utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                     static_cast<utf8proc_ssize_t>(text.size()), &mapped,
+                     static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE |
+                                                    UTF8PROC_STRIPMARK | UTF8PROC_CASEFOLD));
     const std::unique_ptr<utf8proc_uint8_t, decltype(&std::free)> owner(mapped, &std::free);
     std::string folded = length < 0 ? text
                                     : std::string(reinterpret_cast<const char*>(mapped),
@@ -62,8 +63,8 @@ std::string foldCaseAndDiacritics(const std::string& text) {
     std::string lower;
     lower.reserve(folded.size());
     for (const char32_t scalar : decodeUTF8(folded)) {
-        appendUTF8(lower, static_cast<char32_t>(
-                              utf8proc_tolower(static_cast<utf8proc_int32_t>(scalar))));
+        appendUTF8(lower,
+                   static_cast<char32_t>(utf8proc_tolower(static_cast<utf8proc_int32_t>(scalar))));
     }
     return lower;
 }
@@ -125,19 +126,18 @@ CTCNormalizedTranscript normalize(const std::vector<AlignmentInputWord>& words,
     for (const AlignmentInputWord& word : words) {
         const std::string normalized = normalizedText(word.text);
         if (normalized.empty()) {
-            result.warnings.push_back({"Skipped word '" + word.text +
-                                           "' because normalization produced no CTC tokens.",
-                                       {word.id}});
+            result.warnings.push_back(
+                {"Skipped word '" + word.text + "' because normalization produced no CTC tokens.",
+                 {word.id}});
             continue;
         }
         int begin = static_cast<int>(result.targetTokenIDs.size());
         if (usesBPE) {
             const std::vector<int> ids = vocabulary.bpeTokenIDs(normalized);
             if (ids.empty()) {
-                result.warnings.push_back(
-                    {"Skipped word '" + word.text +
-                         "' because BPE tokenization produced no CTC tokens.",
-                     {word.id}});
+                result.warnings.push_back({"Skipped word '" + word.text +
+                                               "' because BPE tokenization produced no CTC tokens.",
+                                           {word.id}});
                 continue;
             }
             for (const int id : ids) {

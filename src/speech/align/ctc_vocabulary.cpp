@@ -231,8 +231,7 @@ CTCVocabulary CTCVocabulary::decode(std::string_view bytes,
 }
 
 bool CTCVocabulary::usesBPE() const {
-    return mapCase(tokenizerType, false).find("bpe") != std::string::npos ||
-           !bpeMergeRanks.empty();
+    return mapCase(tokenizerType, false).find("bpe") != std::string::npos || !bpeMergeRanks.empty();
 }
 
 std::optional<std::string> CTCVocabulary::token(int id) const {
@@ -291,9 +290,9 @@ std::vector<std::string> characters(std::string_view text) {
     char32_t previous = 0;
     bool first = true;
     for (const char32_t scalar : decodeUTF8(text)) {
-        if (first || utf8proc_grapheme_break_stateful(static_cast<utf8proc_int32_t>(previous),
-                                                      static_cast<utf8proc_int32_t>(scalar),
-                                                      &state)) {
+        if (first ||
+            utf8proc_grapheme_break_stateful(static_cast<utf8proc_int32_t>(previous),
+                                             static_cast<utf8proc_int32_t>(scalar), &state)) {
             result.emplace_back();
         }
         appendUTF8(result.back(), scalar);

@@ -5,8 +5,7 @@
 namespace orvelle {
 
 EditorTranscript::EditorTranscript(
-    TranscriptAnalysis analysis_, std::vector<int> paragraphBreaks,
-    bool paragraphBreaksSuggested_,
+    TranscriptAnalysis analysis_, std::vector<int> paragraphBreaks, bool paragraphBreaksSuggested_,
     std::optional<std::vector<EditorTranscriptAlignmentBaselineWord>> alignmentBaselineWords_)
     : analysis(std::move(analysis_)),
       paragraphBreakAfterWordIndices(normalizedBreaks(std::move(paragraphBreaks))),
@@ -55,11 +54,11 @@ EditorTranscript JsonCoder<EditorTranscript>::decode(const Json& json,
 }
 
 Json JsonCoder<EditorTranscript>::encode(const EditorTranscript& transcript) {
-    Json json = {{"schemaVersion", transcript.schemaVersion},
-                 {"analysis", encodeJson(transcript.analysis)},
-                 {"paragraphBreakAfterWordIndices",
-                  encodeJson(transcript.paragraphBreakAfterWordIndices)},
-                 {"paragraphBreaksSuggested", transcript.paragraphBreaksSuggested}};
+    Json json = {
+        {"schemaVersion", transcript.schemaVersion},
+        {"analysis", encodeJson(transcript.analysis)},
+        {"paragraphBreakAfterWordIndices", encodeJson(transcript.paragraphBreakAfterWordIndices)},
+        {"paragraphBreaksSuggested", transcript.paragraphBreaksSuggested}};
     setOptional(json, "alignmentBaselineWords", transcript.alignmentBaselineWords);
     return json;
 }

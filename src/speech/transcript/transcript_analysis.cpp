@@ -66,8 +66,8 @@ Json JsonCoder<TranscriptWord>::encode(const TranscriptWord& word) {
     return json;
 }
 
-TranscriptSourceMetadata JsonCoder<TranscriptSourceMetadata>::decode(
-    const Json& json, const JsonDecodeContext& context) {
+TranscriptSourceMetadata
+JsonCoder<TranscriptSourceMetadata>::decode(const Json& json, const JsonDecodeContext& context) {
     const JsonObjectReader reader(json, context);
     TranscriptSourceMetadata source;
     source.analyzer = reader.value<std::string>("analyzer", "");

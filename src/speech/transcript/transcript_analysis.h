@@ -37,13 +37,13 @@ struct TranscriptWord {
 };
 
 struct TranscriptSourceMetadata {
-    std::string analyzer;               // "ParakeetTDT"
-    std::filesystem::path audioURL;     // the file analysed
-    std::string modelDescription;       // the model folder's standardised path
-    std::string computeUnits;           // "ane", "gpu", "cpu" or "all"
+    std::string analyzer;           // "ParakeetTDT"
+    std::filesystem::path audioURL; // the file analysed
+    std::string modelDescription;   // the model folder's standardised path
+    std::string computeUnits;       // "ane", "gpu", "cpu" or "all"
     double audioDurationSeconds = 0;
     double inferenceDurationSeconds = 0;
-    double realtimeFactor = 0;          // audio seconds per inference second
+    double realtimeFactor = 0; // audio seconds per inference second
     Date createdAt;
 
     friend bool operator==(const TranscriptSourceMetadata&,

@@ -1,0 +1,176 @@
+#include "platform/crypto/sha256.h"
+#include "speech/align/alignment_error.h"
+#include "speech/align/alignment_model_bundle.h"
+#include "support/temporary_directory.h"
+
+#include <gtest/gtest.h>
+
+namespace orvelle {
+namespace {
+
+using testing::TemporaryDirectory;
+using testing::writeTextFile;
+
+constexpr std::string_view kModelBytes = "not really a model";
+constexpr std::string_view kVocabulary = R"({"<pad>": 0, "|": 1, "A": 2})";
+
+Json manifestJson() {
+    return parseJson(R"({
+      "schema_version": 1,
+      "upstream_model_id": "test/wav2vec2-tiny",
+      "runtime_type": "onnx",
+      "sample_rate": 16000,
+      "expected_audio_format": {"channels": 1, "sample_format": "float32"},
+      "tokenizer": {"type": "ctc_char", "vocabulary_file": "vocab.json", "blank_token": "<pad>",
+                    "word_separator_token": "|", "normalization": ["lowercase"]},
+      "model": {"file": "model.onnx", "audio_input_name": "input_values",
+                "logits_output_name": "logits", "output_kind": "logits",
+                "frame_stride_seconds": 0.02, "input_shape": [1, 16000]},
+      "license": {"name": "MIT", "source_url": "https://example.invalid", "redistribution": "yes"},
+      "checksums": {},
+      "version": "1.0"
+    })");
+}
+
+// A bundle folder with a model, a vocabulary and a manifest whose checksums are right.
+struct BundleFolder {
+    TemporaryDirectory folder;
+    Json manifest = manifestJson();
+
+    BundleFolder() {
+        writeTextFile(folder / "model.onnx", kModelBytes);
+        writeTextFile(folder / "vocab.json", kVocabulary);
+        manifest["checksums"]["model.onnx"] = "sha256:" + sha256Hex(kModelBytes);
+        manifest["checksums"]["vocab.json"] = sha256Hex(kVocabulary);
+        write();
+    }
+    void write() { writeTextFile(folder / "model_manifest.json", prettyJson(manifest)); }
+    AlignmentModelBundle load() { return AlignmentModelBundle::load(folder.path()); }
+};
+
+AlignmentError errorOf(const std::function<void()>& run) {
+    try {
+        run();
+    } catch (const AlignmentError& error) {
+        return error;
+    }
+    ADD_FAILURE() << "no AlignmentError";
+    return AlignmentError(AlignmentErrorCode::noAlignableWords);
+}
+
+TEST(Sha256, KnownDigests) {
+    EXPECT_EQ(sha256Hex(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    EXPECT_EQ(sha256Hex("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    TemporaryDirectory folder;
+    std::string big(3 << 20, 'x'); // spans several read blocks
+    big[12345] = 'y';
+    writeTextFile(folder / "big", big);
+    EXPECT_EQ(sha256HexOfFile(folder / "big"), sha256Hex(big));
+    EXPECT_THROW(sha256HexOfFile(folder / "absent"), FileError);
+}
+
+TEST(AlignmentModelBundle, LoadsAndValidatesAGoodBundle) {
+    BundleFolder bundle;
+    const auto loaded = bundle.load();
+    EXPECT_EQ(loaded.manifest.runtimeType, "onnx");
+    EXPECT_EQ(loaded.manifest.tokenizer.wordSeparatorToken, "|");
+    EXPECT_EQ(loaded.manifest.model.inputShape, (std::vector<std::int64_t>{1, 16000}));
+    EXPECT_EQ(loaded.modelURL(), bundle.folder / "model.onnx");
+    EXPECT_NO_THROW(loaded.validateInstalledFilesStrict());
+    EXPECT_EQ(decodeJson<AlignmentModelManifest>(encodeJson(loaded.manifest)), loaded.manifest);
+}
+
+TEST(AlignmentModelBundle, LoadFailures) {
+    TemporaryDirectory folder;
+    const auto missing = errorOf([&] { AlignmentModelBundle::load(folder / "nowhere"); });
+    EXPECT_EQ(missing.code(), AlignmentErrorCode::modelBundleMissing);
+    EXPECT_EQ(std::string(missing.what()),
+              "Precise word timing model bundle was not found at " + (folder / "nowhere").string());
+
+    const auto noManifest = errorOf([&] { AlignmentModelBundle::load(folder.path()); });
+    EXPECT_EQ(noManifest.code(), AlignmentErrorCode::manifestMissing);
+    EXPECT_EQ(noManifest.detail(), (folder / "model_manifest.json").string());
+
+    BundleFolder bundle;
+    bundle.manifest["model"].erase("logits_output_name");
+    bundle.write();
+    const auto undecodable = errorOf([&] { bundle.load(); });
+    EXPECT_EQ(undecodable.code(), AlignmentErrorCode::modelBundleValidationFailed);
+    EXPECT_EQ(undecodable.detail(),
+              "model_manifest.json: model.logits_output_name: required key is missing");
+}
+
+TEST(AlignmentModelBundle, StrictValidationNeedsTheFiles) {
+    BundleFolder bundle;
+    std::filesystem::remove(bundle.folder / "vocab.json");
+    const auto noVocabulary = errorOf([&] { bundle.load().validateInstalledFilesStrict(); });
+    EXPECT_EQ(noVocabulary.code(), AlignmentErrorCode::missingVocabulary);
+
+    std::filesystem::remove(bundle.folder / "model.onnx");
+    const auto noModel = errorOf([&] { bundle.load().validateInstalledFilesStrict(); });
+    EXPECT_EQ(noModel.code(), AlignmentErrorCode::missingModelFile);
+    EXPECT_EQ(std::string(noModel.what()), "Precise word timing model file was not found at " +
+                                               (bundle.folder / "model.onnx").string());
+
+    bundle.manifest["model"]["file"] = "../model.onnx";
+    bundle.write();
+    EXPECT_EQ(errorOf([&] { bundle.load().validateInstalledFilesStrict(); }).detail(),
+              "manifest path escapes the model bundle: '../model.onnx'");
+}
+
+TEST(AlignmentModelBundle, ChecksumFailures) {
+    const std::string good = sha256Hex(kModelBytes);
+    const std::vector<std::tuple<std::string, std::string, std::string>> table{
+        {"../x", "sha256:" + good, "manifest checksum path escapes the model bundle: '../x'"},
+        {"sub/../../x", good, "manifest checksum path escapes the model bundle: 'sub/../../x'"},
+        {"/etc/passwd", good, "manifest checksum path escapes the model bundle: '/etc/passwd'"},
+        {".", good, "manifest checksum path escapes the model bundle: '.'"},
+        {"", good, "manifest checksum path is empty"},
+        {"absent.bin", good, "checksum entry 'absent.bin' is missing"},
+        {"model.onnx", "md5:abcd", "unsupported checksum algorithm 'md5' for 'model.onnx'"},
+        {"model.onnx", "sha256:abcd", "invalid SHA-256 checksum for 'model.onnx'"},
+        {"model.onnx", "sha256:" + std::string(64, 'g'),
+         "invalid SHA-256 checksum for 'model.onnx'"},
+        {"model.onnx", std::string(64, '0'), "checksum mismatch for 'model.onnx'"},
+        {"vocab.json", "sha256:" + good, "checksum mismatch for 'vocab.json'"},
+    };
+    for (const auto& [path, checksum, reason] : table) {
+        SCOPED_TRACE(path + " " + checksum);
+        BundleFolder bundle;
+        bundle.manifest["checksums"][path] = checksum;
+        bundle.write();
+        const auto error = errorOf([&] { bundle.load().validateInstalledFilesStrict(); });
+        EXPECT_EQ(error.code(), AlignmentErrorCode::modelBundleValidationFailed);
+        EXPECT_EQ(error.detail(), reason);
+        EXPECT_EQ(std::string(error.what()),
+                  "Precise word timing model bundle is invalid: " + reason);
+    }
+}
+
+TEST(AlignmentModelBundle, ChecksumsMayBeUpperCaseAndInsideFolders) {
+    BundleFolder bundle;
+    writeTextFile(bundle.folder / "extra" / "notes.txt", "hello");
+    std::string upper = sha256Hex("hello");
+    std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
+    bundle.manifest["checksums"]["extra/./notes.txt"] = "sha256:" + upper;
+    bundle.write();
+    EXPECT_NO_THROW(bundle.load().validateInstalledFilesStrict());
+}
+
+TEST(AlignmentModelBundle, MaximumAudioDurationFollowsTheInputShape) {
+    AlignmentModelManifest manifest = decodeJson<AlignmentModelManifest>(manifestJson());
+    EXPECT_EQ(maximumAudioDuration(manifest), 1.0);
+    manifest.model.inputShape = {48000};
+    EXPECT_EQ(maximumAudioDuration(manifest), 3.0);
+    manifest.model.inputShape = {1, 3000, 80};
+    EXPECT_EQ(maximumAudioDuration(manifest), 30.0);
+    manifest.model.featureHopLength = 320;
+    EXPECT_EQ(maximumAudioDuration(manifest), 60.0);
+    manifest.model.inputShape = {1, -1};
+    EXPECT_EQ(maximumAudioDuration(manifest), std::nullopt);
+    manifest.model.inputShape.reset();
+    EXPECT_EQ(maximumAudioDuration(manifest), std::nullopt);
+}
+
+} // namespace
+} // namespace orvelle
