@@ -7,5 +7,8 @@
 namespace orvelle::cli {
 
 Command mediaProbeCommand();
+Command documentCommand();
+Command projectNormalizeCommand();
+Command timelineMapCommand();
 
 } // namespace orvelle::cli

@@ -17,6 +17,9 @@ std::vector<Command> allCommands() {
     using namespace orvelle::cli;
     return {
         mediaProbeCommand(),
+        documentCommand(),
+        projectNormalizeCommand(),
+        timelineMapCommand(),
     };
 }
 

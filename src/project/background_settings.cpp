@@ -45,13 +45,21 @@ std::string lowercase(std::string_view text) {
     return result;
 }
 
-// A decimal number made of digits only.
+// A decimal integer: digits with an optional sign, leading zeros allowed ("+3", "003").
 std::optional<int> decimal(std::string_view text) {
-    if (text.empty() || text.size() > 6 ||
+    const bool negative = !text.empty() && text.front() == '-';
+    if (!text.empty() && (text.front() == '+' || text.front() == '-')) {
+        text.remove_prefix(1);
+    }
+    if (text.empty() ||
         !std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); })) {
         return std::nullopt;
     }
-    return std::stoi(std::string(text));
+    int value = 0;
+    for (const char c : text) {
+        value = std::min(value * 10 + (c - '0'), 1'000'000); // far past every category's count
+    }
+    return negative ? -value : value;
 }
 
 std::string_view trimmed(std::string_view text) {

@@ -337,8 +337,11 @@ INSTANTIATE_TEST_SUITE_P(
         WallpaperCase{"spring", "macOS/1"}, WallpaperCase{"radial", "macOS/1"},
         WallpaperCase{"macOS", "macOS/1"}, WallpaperCase{"", "macOS/1"},
         WallpaperCase{"  Dark/dark-2 \n", "Dark/dark-2"}, WallpaperCase{"macOS/17", "macOS/1"},
-        WallpaperCase{"macOS/03", "macOS/3"}, WallpaperCase{"Pink/pink-12", "Pink/pink-12"},
-        WallpaperCase{"Pink/pink-13", "macOS/1"}, WallpaperCase{"Blue/Blue-4", "macOS/1"},
+        WallpaperCase{"macOS/03", "macOS/3"}, WallpaperCase{"macOS/+3", "macOS/3"},
+        WallpaperCase{"macOS/-3", "macOS/1"}, WallpaperCase{"macOS/00000000016", "macOS/16"},
+        WallpaperCase{"Blue/blue-+2", "Blue/blue-2"}, WallpaperCase{"macOS/99999999999", "macOS/1"},
+        WallpaperCase{"Pink/pink-12", "Pink/pink-12"}, WallpaperCase{"Pink/pink-13", "macOS/1"},
+        WallpaperCase{"Blue/Blue-4", "macOS/1"},
         WallpaperCase{"bright-x/bright-5", "Bright/bright-5"},
         WallpaperCase{"elsewhere/bright-5", "macOS/1"}, WallpaperCase{"Bright/dark-2", "macOS/1"}));
 

@@ -1,0 +1,127 @@
+#include "cli/cli_test_support.h"
+#include "core/file_url.h"
+#include "project/editor_project_state.h"
+#include "project/last_editor_settings_store.h"
+#include "project/recording_take_builder.h"
+#include "support/temporary_directory.h"
+#include "support/test_media.h"
+
+#include <set>
+
+namespace orvelle {
+namespace {
+
+using Kind = MediaTrackManifest::Kind;
+using testing::orvelleJson;
+using testing::TemporaryDirectory;
+
+class DocumentCommand : public ::testing::Test {
+protected:
+    void SetUp() override {
+        testing::writeNumberedMovie(movie_,
+                                    {.width = 64, .height = 48, .frameRate = 30, .frameCount = 15});
+    }
+
+    TakeManifest writeTake() {
+        RecordedMediaSegment screen;
+        screen.url = movie_;
+        screen.duration = 0.5;
+        screen.mediaDuration = 0.5;
+        screen.width = 64;
+        screen.height = 48;
+        RecordedMediaSegment microphone;
+        microphone.kind = Kind::microphone;
+        microphone.url = folder_ / "Demo Take-microphone-001.m4a";
+        microphone.duration = 0.8;
+        microphone.mediaDuration = 0.8;
+        return TakeManifestWriter::write(movie_, {screen}, {}, {microphone},
+                                         folder_ / "Demo Take.cursor.json");
+    }
+
+    Json document(const std::filesystem::path& path) {
+        return orvelleJson({"document", path.string(), "--json"}, environment_);
+    }
+
+    TemporaryDirectory folder_;
+    std::filesystem::path movie_ = folder_ / "Demo Take.mp4";
+    // Remembered settings live in the application's data folder: keep the user's out.
+    std::map<std::string, std::string> environment_{{"XDG_DATA_HOME", (folder_ / "data").string()}};
+};
+
+TEST_F(DocumentCommand, ATakeOpensWithItsManifestAndAFreshProject) {
+    const TakeManifest manifest = writeTake();
+    const Json json = document(movie_);
+
+    std::set<std::string> keys;
+    for (const auto& [key, value] : json.items()) {
+        keys.insert(key);
+    }
+    EXPECT_EQ(keys, (std::set<std::string>{"documentURL", "screenURL", "packageURL",
+                                           "hasSavedProject", "displayTitle", "suggestedSaveName",
+                                           "duration", "manifest", "project"}));
+    EXPECT_EQ(json["documentURL"], fileURLString(movie_));
+    EXPECT_EQ(json["screenURL"], fileURLString(movie_));
+    EXPECT_TRUE(json["packageURL"].is_null());
+    EXPECT_EQ(json["hasSavedProject"], false);
+    EXPECT_EQ(json["displayTitle"], "Demo Take");
+    EXPECT_EQ(json["suggestedSaveName"], "Demo Take.orvelle");
+    // The microphone runs longer than the screen and does not lengthen the take.
+    EXPECT_EQ(json["duration"], 0.5);
+    EXPECT_EQ(decodeJson<TakeManifest>(json["manifest"]), manifest);
+
+    const auto project = decodeJson<EditorProjectState>(json["project"]);
+    EXPECT_EQ(project.manifest, manifest);
+    EXPECT_EQ(project.timeline, TimelineState::defaultState());
+    EXPECT_EQ(project.cursor, CursorSettings{});
+}
+
+TEST_F(DocumentCommand, ATakeManifestStandsForTheMovieBesideIt) {
+    writeTake();
+    const Json json = document(folder_ / "Demo Take.take.json");
+    EXPECT_EQ(json["documentURL"], fileURLString(movie_));
+    EXPECT_EQ(json["manifest"]["segments"].size(), 4u); // screen, its twin, microphone, cursor
+}
+
+TEST_F(DocumentCommand, ABareMovieOpensAsASingleScreenTake) {
+    const Json json = document(movie_);
+    ASSERT_EQ(json["manifest"]["segments"].size(), 1u);
+    EXPECT_EQ(json["manifest"]["segments"][0]["id"], "screen-segment1");
+    EXPECT_EQ(json["manifest"]["segments"][0]["url"], fileURLString(movie_));
+    EXPECT_EQ(json["duration"], 0.0);
+}
+
+TEST_F(DocumentCommand, ABrokenManifestOpensTheMovieAlone) {
+    writeTake();
+    testing::writeTextFile(folder_ / "Demo Take.take.json", "{\"version\": 2, \"tracks\": [");
+    const Json json = document(movie_);
+    EXPECT_EQ(json["manifest"]["segments"].size(), 1u);
+}
+
+TEST_F(DocumentCommand, ANewTakeStartsWithTheLookOfTheLastEdit) {
+    writeTake();
+    LastEditorSettings look;
+    look.cursor.style = CursorStyle::obsidian;
+    look.background.wallpaper = WallpaperPreset(WallpaperCategory::green, 3);
+    LastEditorSettingsStore(folder_ / "data" / "Orvelle" / "last-editor-settings.json").save(look);
+    const Json json = document(movie_);
+    EXPECT_EQ(json["project"]["cursor"]["style"], "obsidian");
+    EXPECT_EQ(json["project"]["background"]["wallpaper"], "Green/green-3");
+}
+
+TEST_F(DocumentCommand, TextOutputNamesTheTitleAndSegments) {
+    writeTake();
+    const auto result =
+        testing::runProgram(testing::orvelleBinary(), {"document", movie_.string()}, environment_);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.out.find("Demo Take (not saved)"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("microphone-segment1"), std::string::npos) << result.out;
+}
+
+TEST(DocumentCommandUsage, WithoutAPathItSaysWhatIsMissing) {
+    const auto result = testing::runProgram(testing::orvelleBinary(), {"document", "--json"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.err.find("Missing the file to open"), std::string::npos) << result.err;
+}
+
+} // namespace
+} // namespace orvelle

@@ -1,0 +1,166 @@
+#include "cli/cli_test_support.h"
+#include "core/files.h"
+#include "project/editor_project_state.h"
+#include "support/temporary_directory.h"
+
+namespace orvelle {
+namespace {
+
+using testing::orvelleJson;
+using testing::runProgram;
+using testing::TemporaryDirectory;
+
+const Json kManifest = {{"version", 2},
+                        {"createdAt", "2025-05-04T10:20:30.250Z"},
+                        {"tracks", {{{"id", "screen"}, {"kind", "screen"}}}},
+                        {"segments",
+                         {{{"id", "screen-segment1"},
+                           {"trackID", "screen"},
+                           {"kind", "screen"},
+                           {"url", "file:///takes/My%20Take.mov"},
+                           {"programStart", 0},
+                           {"duration", 12},
+                           {"mediaStart", 0},
+                           {"mediaDuration", 12}}}}};
+
+Json rangeClip(int number, double start, double end, const Json& extra = Json::object()) {
+    char id[40];
+    std::snprintf(id, sizeof id, "6A1B2C3D-0000-4000-8000-%012d", number);
+    Json clip = {{"id", id}, {"start", start}, {"end", end}};
+    clip.update(extra);
+    return clip;
+}
+
+// A state as an older build or a careless hand wrote it: keys missing, numbers out of
+// range, retired names.
+Json untidyState() {
+    return {
+        {"manifest", kManifest},
+        {"timeline",
+         {{"sourceDuration", 12},
+          {"clips", {rangeClip(1, 0, 12, {{"speed", 40}, {"fadeInDuration", 9}})}}}},
+        {"cursor", {{"style", "inked"}}},
+        {"background", {{"wallpaper", "blue-4"}}},
+        {"text", {{"clips", {rangeClip(2, 1, 3, {{"size", 9}, {"lineHeight", nullptr}})}}}},
+        {"mask", {{"clips", {rangeClip(3, 2, 4, {{"opacity", 3}})}}}},
+        {"music", {{"clips", {rangeClip(4, 0, 5, {{"segmentOrdinal", 0}, {"title", "Theme"}})}}}}};
+}
+
+class ProjectNormalize : public ::testing::Test {
+protected:
+    std::filesystem::path write(const std::string& name, const Json& json) {
+        const auto path = folder_ / name;
+        testing::writeTextFile(path, json.dump());
+        return path;
+    }
+
+    TemporaryDirectory folder_;
+};
+
+TEST_F(ProjectNormalize, FillsDefaultsClampsAndReplacesRetiredNames) {
+    const Json json = orvelleJson({"project", "normalize", write("state.json", untidyState())});
+    EXPECT_EQ(json["cursor"]["style"], "crisp");
+    EXPECT_EQ(json["cursor"]["clickSoundVolume"], 0.15);
+    EXPECT_EQ(json["background"]["wallpaper"], "Blue/blue-4");
+    EXPECT_EQ(json["screen"], (Json{{"aspectRatio", "wide"}, {"zoomScale", 1.5}}));
+    EXPECT_EQ(json["timeline"]["clips"][0]["speed"], 24.0);
+    EXPECT_EQ(json["timeline"]["clips"][0]["fadeInDuration"], 5.0);
+    EXPECT_EQ(json["timeline"]["deletedGaps"], Json::array());
+    EXPECT_EQ(json["text"]["clips"][0]["size"], 4.0);
+    EXPECT_EQ(json["text"]["clips"][0]["lineHeight"], 1.25);
+    EXPECT_EQ(json["mask"]["clips"][0]["opacity"], 1.0);
+    EXPECT_EQ(json["music"]["clips"][0]["segmentID"], "music-0001");
+    EXPECT_FALSE(json["music"]["clips"][0].contains("segmentOrdinal"));
+    EXPECT_FALSE(json.contains("export")); // absent stays absent
+    EXPECT_EQ(json["manifest"], kManifest);
+
+    // What it writes reads back to itself.
+    EXPECT_EQ(orvelleJson({"project", "normalize", write("again.json", json)}), json);
+}
+
+TEST_F(ProjectNormalize, ReadsTheStateInsideAProjectFile) {
+    const Json state = orvelleJson({"project", "normalize", write("state.json", untidyState())});
+    const Json wrapped = {{"version", 1}, {"project", untidyState()}};
+    EXPECT_EQ(orvelleJson({"project", "normalize", write("project.json", wrapped)}), state);
+}
+
+TEST_F(ProjectNormalize, WritesToAFileWhenAsked) {
+    const auto input = write("state.json", untidyState());
+    const auto output = folder_ / "tidy.json";
+    const auto result =
+        runProgram(testing::orvelleBinary(), {"project", "normalize", input, "-o", output});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(result.out.empty());
+    const Json written = parseJson(readFile(output));
+    EXPECT_EQ(written["cursor"]["style"], "crisp");
+    EXPECT_EQ(readFile(output).back(), '\n');
+}
+
+struct DecodeErrorCase {
+    std::string name;
+    Json input;
+    std::string message; // what the error must say
+};
+
+class ProjectNormalizeErrors : public ::testing::TestWithParam<DecodeErrorCase> {};
+
+TEST_P(ProjectNormalizeErrors, ExitWithStatusOneNamingTheKey) {
+    TemporaryDirectory folder;
+    const auto input = folder / "broken.json";
+    const auto output = folder / "out.json";
+    testing::writeTextFile(output, "untouched");
+    testing::writeTextFile(input, GetParam().input.dump());
+    const auto result =
+        runProgram(testing::orvelleBinary(), {"project", "normalize", input, "-o", output});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find(GetParam().message), std::string::npos) << result.err;
+    EXPECT_EQ(readFile(output), "untouched"); // nothing half-written replaces a file
+}
+
+Json withKey(const std::string& key, const Json& value) {
+    Json state = {{"manifest", kManifest}};
+    state[key] = value;
+    return state;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Inputs, ProjectNormalizeErrors,
+    ::testing::Values(
+        DecodeErrorCase{"NoManifest", Json::object(), "manifest: required key is missing"},
+        DecodeErrorCase{"ClipsMissing", withKey("timeline", {{"sourceDuration", 3}}),
+                        "timeline.clips: required key is missing"},
+        DecodeErrorCase{"UnknownKind", withKey("background", {{"kind", "video"}}),
+                        "background.kind: unknown value \"video\""},
+        DecodeErrorCase{"UnknownCursorStyle", withKey("cursor", {{"style", "sparkly"}}),
+                        "cursor.style: Unknown cursor style: sparkly"},
+        DecodeErrorCase{"BadClipId",
+                        withKey("mask", {{"clips", {{{"id", "x"}, {"start", 0}, {"end", 1}}}}}),
+                        "mask.clips[0].id: not a UUID"},
+        DecodeErrorCase{"ColourComponentMissing",
+                        withKey("cursor", {{"dotColor", {{"red", 1}, {"green", 1}, {"blue", 1}}}}),
+                        "cursor.dotColor.alpha: required key is missing"},
+        DecodeErrorCase{"ProjectFileWithoutVersion",
+                        {{"project", {{"manifest", kManifest}}}},
+                        "version: required key is missing"},
+        DecodeErrorCase{"ProjectFileWithBrokenState",
+                        {{"version", 1}, {"project", withKey("screen", {{"aspectRatio", "9:16"}})}},
+                        "project.screen.aspectRatio: unknown value \"9:16\""},
+        DecodeErrorCase{"NotAnObject", Json::array(), "expected an object"}),
+    [](const auto& param) { return param.param.name; });
+
+TEST(ProjectNormalizeFiles, AFileThatIsNotThereOrNotJsonIsNamed) {
+    TemporaryDirectory folder;
+    auto result = runProgram(testing::orvelleBinary(),
+                             {"project", "normalize", (folder / "missing.json").string()});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("missing.json"), std::string::npos) << result.err;
+
+    testing::writeTextFile(folder / "text.json", "this is not json");
+    result = runProgram(testing::orvelleBinary(),
+                        {"project", "normalize", (folder / "text.json").string()});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("not valid JSON"), std::string::npos) << result.err;
+}
+
+} // namespace
+} // namespace orvelle
