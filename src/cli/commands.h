@@ -10,5 +10,8 @@ Command mediaProbeCommand();
 Command documentCommand();
 Command projectNormalizeCommand();
 Command timelineMapCommand();
+Command speechMelCommand();
+Command speechRuntimeCommand();
+Command transcribeCommand();
 
 } // namespace orvelle::cli

@@ -20,6 +20,9 @@ std::vector<Command> allCommands() {
         documentCommand(),
         projectNormalizeCommand(),
         timelineMapCommand(),
+        transcribeCommand(),
+        speechMelCommand(),
+        speechRuntimeCommand(),
     };
 }
 

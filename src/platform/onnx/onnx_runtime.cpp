@@ -47,12 +47,13 @@ std::optional<std::pair<int, int>> majorMinor(std::string_view version) {
     return std::pair{major, minor};
 }
 
+// ONNX Runtime's errors come back to us as statuses that become exceptions with the same
+// words, and its warnings are about graph details; both are for the developer only.
 void logFromRuntime(void*, OrtLoggingLevel severity, const char*, const char*, const char*,
                     const char* message) {
-    const LogLevel level = severity >= ORT_LOGGING_LEVEL_ERROR     ? LogLevel::error
-                           : severity == ORT_LOGGING_LEVEL_WARNING ? LogLevel::warning
-                           : severity == ORT_LOGGING_LEVEL_INFO    ? LogLevel::info
-                                                                   : LogLevel::debug;
+    const LogLevel level = severity >= ORT_LOGGING_LEVEL_FATAL  ? LogLevel::error
+                           : severity >= ORT_LOGGING_LEVEL_INFO ? LogLevel::info
+                                                                : LogLevel::debug;
     logMessage(level, "onnx", message);
 }
 

@@ -20,9 +20,11 @@ public:
 };
 
 struct OnnxRuntimeInfo {
-    std::string version;                // "1.30.0"
-    std::filesystem::path library;      // the file that was loaded
-    std::vector<std::string> providers; // execution providers it offers, CPU last
+    std::string version;           // "1.30.0"
+    std::filesystem::path library; // the file that was loaded
+    // Execution providers compiled in, CPU last. A provider may still lack its own library
+    // or its device; a session then falls back to the CPU.
+    std::vector<std::string> providers;
     friend bool operator==(const OnnxRuntimeInfo&, const OnnxRuntimeInfo&) = default;
 };
 

@@ -279,14 +279,31 @@ OnnxSession::OnnxSession(const std::filesystem::path& modelPath, const OnnxSessi
             options.device == OnnxDevice::gpu || options.device == OnnxDevice::any;
         const bool wantsNpu =
             options.device == OnnxDevice::npu || options.device == OnnxDevice::any;
-        if (wantsGpu && offers(runtime, "CUDAExecutionProvider")) {
-            sessionOptions.AppendExecutionProvider_CUDA(OrtCUDAProviderOptions{});
-            provider_ = "CUDAExecutionProvider";
-        } else if (wantsNpu && offers(runtime, "OpenVINOExecutionProvider")) {
-            sessionOptions.AppendExecutionProvider_OpenVINO_V2({});
-            provider_ = "OpenVINOExecutionProvider";
-        } else {
-            provider_ = "CPUExecutionProvider";
+        provider_ = "CPUExecutionProvider";
+        // A provider compiled into the library may still lack its own shared library (which
+        // sits beside the main one) or its device; then the CPU runs the model.
+        const auto tryProvider = [&](std::string_view name, std::string_view library,
+                                     const auto& append) {
+            if (provider_ != "CPUExecutionProvider" || !offers(runtime, name) ||
+                !std::filesystem::exists(runtime.library.parent_path() / library)) {
+                return;
+            }
+            try {
+                append();
+                provider_ = std::string(name);
+            } catch (const Ort::Exception& error) {
+                logInfo("onnx", name,
+                        " is not usable here, so the CPU runs the model: ", error.what());
+            }
+        };
+        if (wantsGpu) {
+            tryProvider("CUDAExecutionProvider", "libonnxruntime_providers_cuda.so", [&] {
+                sessionOptions.AppendExecutionProvider_CUDA(OrtCUDAProviderOptions{});
+            });
+        }
+        if (wantsNpu) {
+            tryProvider("OpenVINOExecutionProvider", "libonnxruntime_providers_openvino.so",
+                        [&] { sessionOptions.AppendExecutionProvider_OpenVINO_V2({}); });
         }
         state_->session = Ort::Session(detail::ortEnvironment(), modelPath.c_str(), sessionOptions);
 

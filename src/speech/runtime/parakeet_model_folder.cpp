@@ -1,0 +1,33 @@
+#include "speech/runtime/parakeet_model_folder.h"
+
+#include "core/files.h"
+
+#include <algorithm>
+
+namespace orvelle {
+
+ParakeetModelFolder ParakeetModelFolder::at(const std::filesystem::path& root) {
+    ParakeetModelFolder folder;
+    folder.root = root;
+    const bool fused =
+        !fileExists(root / "encoder.onnx") &&
+        (fileExists(root / "encoder-model.onnx") || fileExists(root / "decoder_joint-model.onnx"));
+    if (fused) {
+        folder.layout = ParakeetModelLayout::fused;
+        folder.models = {root / "encoder-model.onnx", root / "decoder_joint-model.onnx"};
+        folder.tokenizer = root / "vocab.txt";
+    } else {
+        folder.layout = ParakeetModelLayout::split;
+        folder.models = {root / "encoder.onnx", root / "decoder.onnx", root / "joint.onnx"};
+        folder.tokenizer = root / "tokenizer.json";
+    }
+    return folder;
+}
+
+bool ParakeetModelFolder::isComplete() const {
+    return fileExists(tokenizer) &&
+           std::all_of(models.begin(), models.end(),
+                       [](const std::filesystem::path& model) { return fileExists(model); });
+}
+
+} // namespace orvelle

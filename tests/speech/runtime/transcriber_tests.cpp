@@ -1,0 +1,272 @@
+#include "platform/media/audio_decoder.h"
+#include "speech/runtime/audio_loader.h"
+#include "speech/runtime/blocking_queue.h"
+#include "speech/runtime/parakeet_error.h"
+#include "speech/runtime/parakeet_transcriber.h"
+#include "support/test_media.h"
+#include "test_models.h"
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <thread>
+
+namespace orvelle {
+namespace {
+
+using testing::fullPath;
+using testing::testModelFolder;
+
+std::vector<float> tone(double seconds) {
+    return testing::sineTone(300, seconds, 16000, 1, 0.3f);
+}
+
+template <class Action>
+std::string failure(const Action& action) {
+    try {
+        action();
+    } catch (const Error& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+class BothLayouts : public ::testing::TestWithParam<const char*> {};
+
+// Two chunks of 30 s and 1 s: the second chunk's frames follow the first chunk's 375.
+TEST_P(BothLayouts, ChunksAreStitchedByTheirEncoderFrames) {
+    ParakeetTranscriber transcriber(testModelFolder(GetParam()), ParakeetComputeUnits::cpu);
+    const auto samples = tone(31);
+    const Transcription result = transcriber.transcribe(samples);
+
+    testing::DecodedPath expected = fullPath();
+    expected.tokenIds.insert(expected.tokenIds.end(), {5, 6});
+    expected.frameIndices.insert(expected.frameIndices.end(), {385, 385});
+    expected.durations.insert(expected.durations.end(), {0, 1});
+    EXPECT_EQ((testing::DecodedPath{result.tokenIds, result.frameIndices, result.durations}),
+              expected);
+    EXPECT_EQ(result.text, "hello world! la la la la la la la la la la end hello");
+    ASSERT_EQ(result.timedTokens.size(), expected.tokenIds.size());
+    const ParakeetTimedToken& late = result.timedTokens[result.timedTokens.size() - 2];
+    EXPECT_EQ(late, (ParakeetTimedToken{5, "▁hel", " hel", 385, 0, 385 * 0.08, 386 * 0.08}));
+    EXPECT_DOUBLE_EQ(late.startTime, 30.8);
+    const ParakeetTimedToken& world = result.timedTokens[2];
+    EXPECT_DOUBLE_EQ(world.startTime, 15 * 0.08);
+    EXPECT_DOUBLE_EQ(world.endTime, 17 * 0.08) << "its duration of 2 frames";
+    EXPECT_DOUBLE_EQ(result.audioDurationSeconds, 31);
+    EXPECT_GT(result.timing.melExtract, 0);
+    EXPECT_GT(result.timing.encoder, 0);
+    EXPECT_GT(result.timing.decoderLoop, 0);
+    EXPECT_GT(result.inferenceDurationSeconds, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, BothLayouts,
+                         ::testing::Values("parakeet-split", "parakeet-fused"));
+
+TEST(ParakeetTranscriber, TimesNeverPassTheEndOfTheAudio) {
+    ParakeetTranscriber transcriber(testModelFolder("parakeet-split"), ParakeetComputeUnits::cpu);
+    // 2.2 s: 221 mel frames, 28 encoder frames; "▁end" at 26 lasts 4 frames, to 2.4 s.
+    const Transcription result = transcriber.transcribe(tone(2.2));
+    ASSERT_FALSE(result.timedTokens.empty());
+    const ParakeetTimedToken& last = result.timedTokens.back();
+    EXPECT_EQ(last.piece, "▁end");
+    EXPECT_DOUBLE_EQ(last.startTime, 26 * 0.08);
+    EXPECT_DOUBLE_EQ(last.endTime, 2.2);
+    // A token of duration 0 still lasts one frame.
+    EXPECT_DOUBLE_EQ(result.timedTokens[0].endTime - result.timedTokens[0].startTime, 0.08);
+}
+
+TEST(ParakeetTranscriber, EmptySamplesGiveAnEmptyTranscription) {
+    ParakeetTranscriber transcriber(testModelFolder("parakeet-split"), ParakeetComputeUnits::cpu);
+    EXPECT_EQ(transcriber.transcribe(std::span<const float>{}), Transcription{});
+}
+
+TEST(ParakeetTranscriber, AudioChunksCutAtEveryMultipleWithNoOverlap) {
+    const std::vector<float> samples(481600, 0.0f);
+    const auto sizes = [&](size_t count, size_t chunk) {
+        std::vector<size_t> result;
+        for (const auto piece : ParakeetTranscriber::audioChunks(
+                 std::span<const float>(samples).first(count), chunk)) {
+            result.push_back(piece.size());
+        }
+        return result;
+    };
+    EXPECT_EQ(sizes(480000, 480000), (std::vector<size_t>{480000}));
+    EXPECT_EQ(sizes(481600, 480000), (std::vector<size_t>{480000, 1600}));
+    EXPECT_EQ(sizes(10, 4), (std::vector<size_t>{4, 4, 2}));
+    EXPECT_EQ(sizes(0, 480000), std::vector<size_t>{});
+    EXPECT_EQ(sizes(10, 0), std::vector<size_t>{});
+    const auto chunks = ParakeetTranscriber::audioChunks(samples, 480000);
+    EXPECT_EQ(chunks[1].data(), samples.data() + 480000) << "views, not copies";
+}
+
+TEST(ParakeetTranscriber, WorkerCountsFollowTheComputeUnits) {
+    struct Case {
+        ParakeetComputeUnits units;
+        std::optional<int> workers;
+        size_t expected;
+    };
+    for (const Case& c :
+         {Case{ParakeetComputeUnits::cpu, {}, 1}, Case{ParakeetComputeUnits::ane, {}, 2},
+          Case{ParakeetComputeUnits::gpu, {}, 4}, Case{ParakeetComputeUnits::all, {}, 4},
+          Case{ParakeetComputeUnits::gpu, 0, 1}, Case{ParakeetComputeUnits::cpu, 3, 3}}) {
+        ParakeetTranscriber transcriber(testModelFolder("parakeet-split"), c.units, 100, 16000,
+                                        c.workers);
+        EXPECT_EQ(transcriber.runner().workerCount(), c.expected) << text(c.units);
+        EXPECT_EQ(parakeetComputeUnits(text(c.units)), c.units);
+    }
+    EXPECT_EQ(parakeetComputeUnits("npu"), std::nullopt);
+}
+
+// One-second chunks decode the same whatever the number of workers and the order in
+// which they finish.
+TEST(ParakeetTranscriber, ParallelDecodingStitchesInChunkOrder) {
+    const auto samples = tone(7.5);
+    std::vector<int> expectedFrames;
+    for (int chunk = 0; chunk < 8; ++chunk) {
+        expectedFrames.insert(expectedFrames.end(), {10 + 13 * chunk, 10 + 13 * chunk});
+    }
+    expectedFrames.resize(expectedFrames.size() - 2); // the last half second has 7 frames
+    for (const int workers : {1, 2, 4}) {
+        ParakeetTranscriber transcriber(testModelFolder("parakeet-split"),
+                                        ParakeetComputeUnits::gpu, 100, 16000, workers);
+        std::vector<size_t> reported;
+        const Transcription result =
+            transcriber.transcribe(samples, [&](size_t decoded, size_t total) {
+                EXPECT_EQ(total, 8u);
+                reported.push_back(decoded);
+            });
+        EXPECT_EQ(result.frameIndices, expectedFrames) << workers;
+        EXPECT_EQ(reported.size(), 8u);
+    }
+}
+
+// The failing encoder refuses a chunk of digital silence: chunk 3 of 5.
+TEST(ParakeetTranscriber, AnEncoderFailureFailsTheRunAfterTheOtherChunksEnd) {
+    std::vector<float> samples = tone(5);
+    std::fill(samples.begin() + 3 * 16000, samples.begin() + 4 * 16000, 0.0f);
+    ParakeetTranscriber transcriber(testModelFolder("parakeet-failing"), ParakeetComputeUnits::gpu,
+                                    100, 16000, 2);
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        try {
+            transcriber.transcribe(samples);
+            ADD_FAILURE() << "no error";
+        } catch (const OnnxError& error) {
+            EXPECT_NE(std::string(error.what()).find("Running the model encoder.onnx failed"),
+                      std::string::npos)
+                << error.what();
+        }
+    }
+    // Every worker is back in the pool, and good audio still transcribes.
+    std::vector<DecoderWorker*> workers{transcriber.runner().acquireWorker(),
+                                        transcriber.runner().acquireWorker()};
+    for (DecoderWorker* worker : workers) {
+        ASSERT_NE(worker, nullptr);
+        transcriber.runner().releaseWorker(worker);
+    }
+    EXPECT_EQ(transcriber.transcribe(tone(2)).tokenIds.size(), 4u);
+}
+
+TEST(ParakeetTranscriber, ConstructionChecksTheModelsInOrder) {
+    const testing::TemporaryDirectory folder;
+    const auto source = testModelFolder("parakeet-split");
+    EXPECT_EQ(failure([&] { ParakeetTranscriber(folder.path(), ParakeetComputeUnits::cpu); }),
+              "Model not found at " + (folder / "encoder.onnx").string());
+    std::filesystem::copy_file(source / "encoder.onnx", folder / "encoder.onnx");
+    std::filesystem::copy_file(source / "joint.onnx", folder / "joint.onnx");
+    EXPECT_EQ(failure([&] { ParakeetTranscriber(folder.path(), ParakeetComputeUnits::cpu); }),
+              "Model not found at " + (folder / "decoder.onnx").string());
+    std::filesystem::copy_file(source / "decoder.onnx", folder / "decoder.onnx");
+    EXPECT_EQ(failure([&] {
+                  ParakeetTranscriber(folder.path(), ParakeetComputeUnits::cpu);
+              }).rfind("Failed to load tokenizer at " + (folder / "tokenizer.json").string(), 0),
+              0u);
+    EXPECT_FALSE(ParakeetModelFolder::at(folder.path()).isComplete());
+    std::filesystem::copy_file(source / "tokenizer.json", folder / "tokenizer.json");
+    EXPECT_TRUE(ParakeetModelFolder::at(folder.path()).isComplete());
+    EXPECT_NO_THROW(ParakeetTranscriber(folder.path(), ParakeetComputeUnits::cpu));
+
+    const testing::TemporaryDirectory fused;
+    std::filesystem::copy_file(testModelFolder("parakeet-fused") / "encoder-model.onnx",
+                               fused / "encoder-model.onnx");
+    const auto folderKind = ParakeetModelFolder::at(fused.path());
+    EXPECT_EQ(folderKind.layout, ParakeetModelLayout::fused);
+    EXPECT_EQ(failure([&] { ParakeetTranscriber(fused.path(), ParakeetComputeUnits::cpu); }),
+              "Model not found at " + (fused / "decoder_joint-model.onnx").string());
+}
+
+TEST(AudioLoader, DecodesAnyRateAndChannelCountToMono16k) {
+    const testing::TemporaryDirectory folder;
+    const auto stereo = testing::sineTone(440, 1.5, 44100, 2, 0.4f);
+    testing::writeAudioFile(folder / "stereo.wav", stereo, AudioFormat{44100, 2});
+    const auto samples = AudioLoader::loadMono16k(folder / "stereo.wav");
+    EXPECT_NEAR(static_cast<double>(samples.size()), 1.5 * 16000, 16);
+    EXPECT_NEAR(testing::estimateFrequency(samples, 16000, 1), 440, 1);
+
+    // Already 16 kHz mono: the same samples come back.
+    const auto mono = tone(0.5);
+    testing::writeAudioFile(folder / "mono.wav", mono, AudioFormat{16000, 1});
+    const auto same = AudioLoader::loadMono16k(folder / "mono.wav");
+    ASSERT_EQ(same.size(), mono.size());
+    for (size_t i = 0; i < mono.size(); i += 97) {
+        EXPECT_NEAR(same[i], mono[i], 1e-4) << i;
+    }
+}
+
+TEST(AudioLoader, FailuresNameTheFile) {
+    const testing::TemporaryDirectory folder;
+    testing::writeAudioFile(folder / "empty.wav", {}, AudioFormat{16000, 1});
+    EXPECT_EQ(failure([&] { AudioLoader::loadMono16k(folder / "empty.wav"); }),
+              "Audio file at " + (folder / "empty.wav").string() + " contains no samples");
+    testing::writeTextFile(folder / "notes.m4a", "not audio");
+    EXPECT_EQ(failure([&] {
+                  AudioLoader::loadMono16k(folder / "notes.m4a");
+              }).rfind("Failed to load audio at " + (folder / "notes.m4a").string() + ": ", 0),
+              0u);
+}
+
+TEST(BlockingQueue, ClosedQueueGivesOutWhatItHoldsThenNothing) {
+    BlockingQueue<int> queue(2);
+    EXPECT_TRUE(queue.put(1));
+    EXPECT_TRUE(queue.put(2));
+    std::thread producer([&] { EXPECT_FALSE(queue.put(3)) << "dropped: closed while waiting"; });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    queue.close();
+    producer.join();
+    EXPECT_EQ(queue.take(), 1);
+    EXPECT_EQ(queue.take(), 2);
+    EXPECT_EQ(queue.take(), std::nullopt);
+    EXPECT_EQ(queue.take(), std::nullopt) << "every later taker wakes too";
+}
+
+TEST(BlockingQueue, OneProducerAndSeveralConsumersSeeEveryItemOnce) {
+    BlockingQueue<int> queue(3);
+    std::vector<std::vector<int>> seen(3);
+    std::vector<std::thread> consumers;
+    for (auto& mine : seen) {
+        consumers.emplace_back([&queue, &mine] {
+            while (const auto item = queue.take()) {
+                mine.push_back(*item);
+            }
+        });
+    }
+    for (int i = 0; i < 500; ++i) {
+        queue.put(i);
+    }
+    queue.close();
+    for (auto& consumer : consumers) {
+        consumer.join();
+    }
+    std::vector<int> all;
+    for (const auto& mine : seen) {
+        EXPECT_TRUE(std::is_sorted(mine.begin(), mine.end()));
+        all.insert(all.end(), mine.begin(), mine.end());
+    }
+    std::sort(all.begin(), all.end());
+    std::vector<int> expected(500);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(all, expected);
+}
+
+} // namespace
+} // namespace orvelle
