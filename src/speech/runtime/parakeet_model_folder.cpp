@@ -9,9 +9,11 @@ namespace orvelle {
 ParakeetModelFolder ParakeetModelFolder::at(const std::filesystem::path& root) {
     ParakeetModelFolder folder;
     folder.root = root;
-    const bool fused =
-        !fileExists(root / "encoder.onnx") &&
-        (fileExists(root / "encoder-model.onnx") || fileExists(root / "decoder_joint-model.onnx"));
+    const bool splitComplete =
+        fileExists(root / "encoder.onnx") && fileExists(root / "decoder.onnx") &&
+        fileExists(root / "joint.onnx") && fileExists(root / "tokenizer.json");
+    const bool fused = !splitComplete && (fileExists(root / "encoder-model.onnx") ||
+                                          fileExists(root / "decoder_joint-model.onnx"));
     if (fused) {
         folder.layout = ParakeetModelLayout::fused;
         folder.models = {root / "encoder-model.onnx", root / "decoder_joint-model.onnx"};

@@ -6,8 +6,8 @@
 //   fused  encoder-model.onnx, decoder_joint-model.onnx and vocab.txt, the layout in which
 //          the model is commonly published for ONNX Runtime (decoder and joint in one
 //          graph, encoder output channel-major).
-// A folder is fused when it holds encoder-model.onnx or decoder_joint-model.onnx and no
-// encoder.onnx; otherwise it is split.
+// A folder is fused when it holds encoder-model.onnx or decoder_joint-model.onnx and not
+// the complete split set; otherwise it is split.
 
 #include <filesystem>
 #include <vector>
