@@ -63,3 +63,6 @@ target_compile_definitions(orvelle_onnxruntime INTERFACE
   ORT_API_MANUAL_INIT)
 target_link_libraries(orvelle_onnxruntime INTERFACE ${CMAKE_DL_LIBS})
 message(STATUS "ONNX Runtime: ${ORVELLE_ONNXRUNTIME_LIBRARY}")
+# Timeline media: FFmpeg's filters (noise reduction) and pitch-preserving tempo change.
+pkg_check_modules(FFMPEG_FILTER REQUIRED IMPORTED_TARGET libavfilter)
+pkg_check_modules(RUBBERBAND REQUIRED IMPORTED_TARGET rubberband)

@@ -13,5 +13,10 @@ Command timelineMapCommand();
 Command speechMelCommand();
 Command speechRuntimeCommand();
 Command transcribeCommand();
+Command mediaDecodeCommand();
+Command audioMixCommand();
+Command audioVoiceCommand();
+Command musicEnvelopeCommand();
+Command compositionCommand();
 
 } // namespace orvelle::cli

@@ -23,6 +23,11 @@ std::vector<Command> allCommands() {
         transcribeCommand(),
         speechMelCommand(),
         speechRuntimeCommand(),
+        mediaDecodeCommand(),
+        audioMixCommand(),
+        audioVoiceCommand(),
+        musicEnvelopeCommand(),
+        compositionCommand(),
     };
 }
 

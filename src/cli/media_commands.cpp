@@ -1,7 +1,9 @@
 #include "cli/commands.h"
 #include "cli/output.h"
 #include "platform/media/media_probe.h"
+#include "platform/media/video_decoder.h"
 
+#include <chrono>
 #include <iostream>
 
 namespace orvelle::cli {
@@ -60,7 +62,52 @@ int runMediaProbe(const Arguments& arguments) {
     return 0;
 }
 
+int runMediaDecode(const Arguments& arguments) {
+    const std::string layoutName = arguments.value("--layout").value_or("bgra");
+    if (layoutName != "bgra" && layoutName != "yuv420p") {
+        throw UsageError("--layout is bgra or yuv420p.");
+    }
+    VideoDecoderOptions options;
+    options.layout = layoutName == "bgra" ? PixelLayout::bgra : PixelLayout::yuv420p;
+    const auto started = std::chrono::steady_clock::now();
+    VideoDecoder decoder(arguments.positional(0, "the movie"), options);
+    VideoFrame frame;
+    int64_t frames = 0;
+    double last = 0;
+    while (decoder.nextFrame(frame)) {
+        ++frames;
+        last = frame.presentationTime;
+    }
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    const double rate = seconds > 0 ? static_cast<double>(frames) / seconds : 0;
+    if (arguments.flag("--json")) {
+        printJson({{"frames", frames},
+                   {"lastFrameTime", last},
+                   {"seconds", seconds},
+                   {"framesPerSecond", rate},
+                   {"layout", layoutName},
+                   {"width", decoder.width()},
+                   {"height", decoder.height()}});
+        return 0;
+    }
+    std::cout << frames << " frames of " << decoder.width() << "x" << decoder.height() << " "
+              << layoutName << " in " << seconds << " s (" << rate << " fps)\n";
+    return 0;
+}
+
 } // namespace
+
+Command mediaDecodeCommand() {
+    return {"media decode",
+            "how fast a movie's pictures decode",
+            "orvelle media decode FILE [--layout bgra|yuv420p] [--json]\n\n"
+            "Decodes every picture of FILE's first video stream as the preview and the export\n"
+            "read them (BGRA by default, or planar YUV for the encoder path) and prints the\n"
+            "frame count and the rate.",
+            {{"--layout", true}, {"--json"}},
+            runMediaDecode};
+}
 
 Command mediaProbeCommand() {
     return {"media probe",
