@@ -164,7 +164,7 @@ Result run(std::span<const std::span<const float>> chunks,
             for (;;) {
                 const auto waitStart = Clock::now();
                 std::optional<MelItem> item = melQueue.take();
-                if (!first) {
+                if (item && !first) {
                     encoderWaitSeconds += secondsSince(waitStart);
                 }
                 first = false;
