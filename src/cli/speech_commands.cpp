@@ -69,7 +69,7 @@ Json transcriptionJson(const Transcription& transcription, ParakeetComputeUnits 
 }
 
 int runTranscribe(const Arguments& arguments) {
-    const std::string audio = arguments.positional(0, "the audio file");
+    const std::string& audio = arguments.positional(0, "the audio file");
     const auto model = arguments.value("--model");
     if (!model) {
         throw UsageError("Name the speech model folder with --model DIR.");

@@ -144,7 +144,7 @@ TEST(ParakeetTranscriber, ParallelDecodingStitchesInChunkOrder) {
 // The failing encoder refuses a chunk of digital silence: chunk 3 of 5.
 TEST(ParakeetTranscriber, AnEncoderFailureFailsTheRunAfterTheOtherChunksEnd) {
     std::vector<float> samples = tone(5);
-    std::fill(samples.begin() + 3 * 16000, samples.begin() + 4 * 16000, 0.0f);
+    std::fill(samples.begin() + 48000, samples.begin() + 64000, 0.0f); // seconds 3 to 4
     ParakeetTranscriber transcriber(testModelFolder("parakeet-failing"), ParakeetComputeUnits::gpu,
                                     100, 16000, 2);
     for (int attempt = 0; attempt < 2; ++attempt) {
@@ -243,6 +243,7 @@ TEST(BlockingQueue, OneProducerAndSeveralConsumersSeeEveryItemOnce) {
     BlockingQueue<int> queue(3);
     std::vector<std::vector<int>> seen(3);
     std::vector<std::thread> consumers;
+    consumers.reserve(seen.size());
     for (auto& mine : seen) {
         consumers.emplace_back([&queue, &mine] {
             while (const auto item = queue.take()) {
