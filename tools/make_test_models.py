@@ -32,6 +32,12 @@ Folders:
   parakeet-unshaped   as split, but the decoder's state inputs declare no shape
   parakeet-failing    as split, but the encoder fails on a chunk of digital silence
   parakeet-slow       as split, but the encoder does a fixed amount of matrix work
+  ctc-char            a precise word timing bundle: raw audio of any length in, logits
+                      out, a character vocabulary ({"vocab": ...}) with a word separator
+  ctc-bpe-padded      the same model with an attention mask and lengths, fed a fixed 10 s
+                      (shorter chunks are padded), and a BPE tokenizer.json with merges
+  ctc-features        128-bin log-mel features in (10 s), log probabilities out, every
+                      second frame, a vocabulary that is a list of tokens
 """
 
 import json
@@ -397,6 +403,217 @@ def split_folder(folder, encoder, shaped=True):
     write_if_changed(os.path.join(folder, "tokenizer.json"), tokenizer_json())
 
 
+# --- CTC timing models for precise word timing ------------------------------------------
+#
+# wav2vec2-shaped models that do listen, if only to loudness: each output frame scores the
+# blank high where the audio is quiet and the letters high where it is loud, the word
+# separator in between. Forced alignment over them puts words on the stretches of speech
+# and the gaps between words in the pauses, which is enough to tell right times from wrong.
+
+CTC_SAMPLE_RATE = 16000
+WAV2VEC2_KERNELS = [10, 3, 3, 3, 3, 2, 2]
+WAV2VEC2_STRIDES = [5, 2, 2, 2, 2, 2, 2]  # 320 samples, 20 ms, a frame
+CTC_FIXED_SAMPLES = 160000  # the padded variant takes 10 s at a time
+CTC_FEATURE_FRAMES = 1000  # the feature variant takes 10 s of 10 ms mel frames
+CTC_FEATURE_SUBSAMPLING = 2
+SPEECH_LOG_ENERGY = -9.0  # natural log of the mean power where speech begins
+FEATURE_GAIN = 4.0  # normalised log-mel means are near -1 in pauses, above 0 in speech
+
+CHAR_TOKENS = ["<pad>", "<s>", "</s>", "<unk>", "|", "E", "T", "A", "O", "N", "I", "H", "S",
+               "R", "D", "L", "U", "M", "W", "C", "F", "G", "Y", "P", "B", "V", "K", "'", "X",
+               "J", "Q", "Z"]
+BPE_MERGES = ["\u2581 t", "t h", "\u2581t h", "h e", "\u2581th e", "i n", "e r", "a n",
+              "\u2581 a", "r e", "o n", "\u2581 s", "e n"]
+BPE_TOKENS = (["<pad>", "<unk>", "\u2581"] + [chr(c) for c in range(ord("a"), ord("z") + 1)] +
+              ["'"] + [merge.replace(" ", "") for merge in BPE_MERGES])
+
+
+def ctc_scoring(tokens, blank, separator):
+    """Weights [1, V] and biases [V]: logit = weight * loudness + bias."""
+    weights = np.zeros([1, len(tokens)], dtype=np.float32)
+    biases = np.zeros([len(tokens)], dtype=np.float32)
+    for index, token in enumerate(tokens):
+        if index == blank:
+            weights[0, index] = -1.0
+        elif index == separator:
+            weights[0, index], biases[index] = -0.5, -1.0
+        elif token.startswith("<"):
+            biases[index] = -20.0
+        else:
+            weights[0, index] = 1.0
+    return weights, biases
+
+
+def ctc_head(nodes, loudness, tokens, blank, separator, output):
+    """[1, F, 1] loudness -> [1, F, V] logits."""
+    weights, biases = ctc_scoring(tokens, blank, separator)
+    nodes += [
+        const("head_w", weights),
+        const("head_b", biases),
+        helper.make_node("MatMul", [loudness, "head_w"], ["head_scaled"]),
+        helper.make_node("Add", ["head_scaled", "head_b"], [output]),
+    ]
+
+
+def wav2vec2_ctc_model(tokens, blank, separator, masked=False):
+    """input_values [batch, samples] (with attention_mask [batch, samples] int32 and
+    input_lengths [batch] int32 when masked) -> logits [batch, frames, V], frames as the
+    wav2vec2 feature encoder counts them: its seven convolutions, no padding."""
+    nodes = []
+    initializers = []
+    inputs = [helper.make_tensor_value_info("input_values", TensorProto.FLOAT,
+                                            ["batch", "samples"])]
+    audio = "input_values"
+    if masked:
+        inputs += [
+            helper.make_tensor_value_info("attention_mask", TensorProto.INT32,
+                                          ["batch", "samples"]),
+            helper.make_tensor_value_info("input_lengths", TensorProto.INT32, ["batch"]),
+        ]
+        nodes += [
+            helper.make_node("Cast", ["attention_mask"], ["mask_float"], to=TensorProto.FLOAT),
+            helper.make_node("Mul", ["input_values", "mask_float"], ["masked_values"]),
+        ]
+        audio = "masked_values"
+    nodes += [
+        helper.make_node("Mul", [audio, audio], ["power"]),
+        const("channel_axis", int64s(1)),
+        helper.make_node("Unsqueeze", ["power", "channel_axis"], ["conv0"]),
+    ]
+    for layer, (kernel, stride) in enumerate(zip(WAV2VEC2_KERNELS, WAV2VEC2_STRIDES)):
+        initializers.append(numpy_helper.from_array(
+            np.full([1, 1, kernel], 1.0 / kernel, dtype=np.float32), "conv_w%d" % layer))
+        nodes.append(helper.make_node("Conv", ["conv%d" % layer, "conv_w%d" % layer],
+                                      ["conv%d" % (layer + 1)], kernel_shape=[kernel],
+                                      strides=[stride]))
+    last = "conv%d" % len(WAV2VEC2_KERNELS)
+    nodes += [
+        const("power_floor", np.array(1e-8, dtype=np.float32)),
+        helper.make_node("Add", [last, "power_floor"], ["power_floored"]),
+        helper.make_node("Log", ["power_floored"], ["log_power"]),
+        const("speech_level", np.array(SPEECH_LOG_ENERGY, dtype=np.float32)),
+        helper.make_node("Sub", ["log_power", "speech_level"], ["loud_rows"]),
+        helper.make_node("Transpose", ["loud_rows"], ["loudness"], perm=[0, 2, 1]),
+    ]
+    head_output = "logits"
+    if masked:
+        # The lengths join the output at zero weight, as a real model's would shape it.
+        head_output = "head_logits"
+    ctc_head(nodes, "loudness", tokens, blank, separator, head_output)
+    if masked:
+        nodes += [
+            helper.make_node("Cast", ["input_lengths"], ["lengths_float"], to=TensorProto.FLOAT),
+            helper.make_node("ReduceSum", ["lengths_float"], ["lengths_sum"], keepdims=0),
+            const("lengths_weight", np.array(0, dtype=np.float32)),
+            helper.make_node("Mul", ["lengths_sum", "lengths_weight"], ["lengths_zero"]),
+            helper.make_node("Add", ["head_logits", "lengths_zero"], ["logits"]),
+        ]
+    return make_model(
+        nodes, "wav2vec2_ctc", inputs,
+        [helper.make_tensor_value_info("logits", TensorProto.FLOAT,
+                                       ["batch", "frames", len(tokens)])],
+        initializers)
+
+
+def feature_ctc_model(tokens, blank, separator):
+    """input_features [1, frames, 128], attention_mask [1, frames] int32 ->
+    log_probs [1, ceil(frames / 2), V], already log-softmaxed."""
+    nodes = [
+        helper.make_node("ReduceMean", ["input_features"], ["frame_mean"], axes=[2], keepdims=1),
+        helper.make_node("Cast", ["attention_mask"], ["mask_float"], to=TensorProto.FLOAT),
+        const("mask_axis", int64s(2)),
+        helper.make_node("Unsqueeze", ["mask_float", "mask_axis"], ["mask_column"]),
+        helper.make_node("Mul", ["frame_mean", "mask_column"], ["masked_mean"]),
+        const("sub_starts", int64s(0)),
+        const("sub_ends", int64s(INT64_MAX)),
+        const("sub_axes", int64s(1)),
+        const("sub_steps", int64s(CTC_FEATURE_SUBSAMPLING)),
+        helper.make_node("Slice", ["masked_mean", "sub_starts", "sub_ends", "sub_axes",
+                                   "sub_steps"], ["sub_mean"]),
+        const("feature_gain", np.array(FEATURE_GAIN, dtype=np.float32)),
+        helper.make_node("Mul", ["sub_mean", "feature_gain"], ["loudness"]),
+    ]
+    ctc_head(nodes, "loudness", tokens, blank, separator, "head_logits")
+    nodes.append(helper.make_node("LogSoftmax", ["head_logits"], ["log_probs"], axis=2))
+    return make_model(
+        nodes, "feature_ctc",
+        [helper.make_tensor_value_info("input_features", TensorProto.FLOAT,
+                                       [1, "frames", MEL_BINS]),
+         helper.make_tensor_value_info("attention_mask", TensorProto.INT32, [1, "frames"])],
+        [helper.make_tensor_value_info("log_probs", TensorProto.FLOAT,
+                                       [1, "out_frames", len(tokens)])])
+
+
+def sha256_of(data):
+    import hashlib
+    return hashlib.sha256(data).hexdigest()
+
+
+def ctc_bundle(folder, model, vocabulary, tokenizer, model_entry):
+    """Writes model.onnx, the vocabulary file and model_manifest.json with checksums."""
+    os.makedirs(folder, exist_ok=True)
+    onnx.checker.check_model(model)
+    model_bytes = model.SerializeToString()
+    vocabulary_bytes = json.dumps(vocabulary, ensure_ascii=False, indent=1).encode("utf-8")
+    write_if_changed(os.path.join(folder, "model.onnx"), model_bytes)
+    write_if_changed(os.path.join(folder, tokenizer["vocabulary_file"]), vocabulary_bytes)
+    manifest = {
+        "schema_version": 1,
+        "upstream_model_id": "orvelle/test-" + os.path.basename(folder),
+        "runtime_type": "onnx",
+        "sample_rate": CTC_SAMPLE_RATE,
+        "expected_audio_format": {"channels": 1, "sample_format": "float32"},
+        "tokenizer": tokenizer,
+        "model": dict(model_entry, file="model.onnx"),
+        "license": {"name": "MIT", "source_url": "https://orvelle.invalid/test-models",
+                    "redistribution": "allowed"},
+        "checksums": {
+            "model.onnx": "sha256:" + sha256_of(model_bytes),
+            tokenizer["vocabulary_file"]: "sha256:" + sha256_of(vocabulary_bytes),
+        },
+        "version": "1",
+    }
+    write_if_changed(os.path.join(folder, "model_manifest.json"),
+                     json.dumps(manifest, indent=2, sort_keys=True) + "\n")
+
+
+def ctc_folders(root):
+    char_vocabulary = {"vocab": {token: index for index, token in enumerate(CHAR_TOKENS)}}
+    char_tokenizer = {"type": "ctc_char", "vocabulary_file": "vocab.json",
+                      "blank_token": "<pad>", "unknown_token": "<unk>",
+                      "word_separator_token": "|", "normalization": ["lowercase", "numbers"]}
+    ctc_bundle(os.path.join(root, "ctc-char"),
+               wav2vec2_ctc_model(CHAR_TOKENS, 0, 4), char_vocabulary, char_tokenizer,
+               {"audio_input_name": "input_values", "logits_output_name": "logits",
+                "output_kind": "logits", "frame_stride_seconds": 0.02})
+
+    bpe_vocabulary = {
+        "model": {"type": "BPE",
+                  "vocab": {token: index for index, token in enumerate(BPE_TOKENS)},
+                  "merges": BPE_MERGES},
+        "pre_tokenizer": {"type": "Metaspace", "replacement": "\u2581"},
+    }
+    bpe_tokenizer = {"type": "bpe", "vocabulary_file": "tokenizer.json",
+                     "blank_token": "<pad>", "unknown_token": "<unk>",
+                     "normalization": ["lowercase", "numbers"]}
+    ctc_bundle(os.path.join(root, "ctc-bpe-padded"),
+               wav2vec2_ctc_model(BPE_TOKENS, 0, None, masked=True), bpe_vocabulary,
+               bpe_tokenizer,
+               {"audio_input_name": "input_values", "attention_mask_input_name": "attention_mask",
+                "audio_length_input_name": "input_lengths", "logits_output_name": "logits",
+                "output_kind": "logits", "frame_stride_seconds": 0.02,
+                "input_shape": [1, CTC_FIXED_SAMPLES]})
+
+    feature_tokenizer = dict(char_tokenizer, vocabulary_file="tokens.json")
+    ctc_bundle(os.path.join(root, "ctc-features"),
+               feature_ctc_model(CHAR_TOKENS, 0, 4), CHAR_TOKENS, feature_tokenizer,
+               {"audio_input_name": "input_features", "attention_mask_input_name": "attention_mask",
+                "logits_output_name": "log_probs", "output_kind": "log_probabilities",
+                "frame_stride_seconds": 0.02, "input_shape": [1, CTC_FEATURE_FRAMES, MEL_BINS],
+                "feature_hop_length": 160,
+                "feature_subsampling_factor": CTC_FEATURE_SUBSAMPLING})
+
+
 def main(argv):
     if len(argv) != 2:
         sys.stderr.write(__doc__)
@@ -411,6 +628,7 @@ def main(argv):
     save(fused_encoder(), os.path.join(fused, "encoder-model.onnx"))
     save(fused_decoder_joint(), os.path.join(fused, "decoder_joint-model.onnx"))
     write_if_changed(os.path.join(fused, "vocab.txt"), vocab_txt())
+    ctc_folders(root)
     return 0
 
 

@@ -147,7 +147,7 @@ std::optional<double> maximumAudioDuration(const AlignmentModelManifest& manifes
         return static_cast<double>(frames) * hop / sampleRate;
     }
     const std::int64_t samples = shape->back();
-    if (samples < 1) {
+    if (shape->size() > 2 || samples < 1) {
         return std::nullopt;
     }
     return static_cast<double>(samples) / sampleRate;
