@@ -36,6 +36,7 @@ Folders:
                       out, a character vocabulary ({"vocab": ...}) with a word separator
   ctc-bpe-padded      the same model with an attention mask and lengths, fed a fixed 10 s
                       (shorter chunks are padded), and a BPE tokenizer.json with merges
+  ctc-rank4           as ctc-char, but its logits come out with one dimension too many
   ctc-features        128-bin log-mel features in (10 s), log probabilities out, every
                       second frame, a vocabulary that is a list of tokens
 """
@@ -418,6 +419,7 @@ CTC_FEATURE_FRAMES = 1000  # the feature variant takes 10 s of 10 ms mel frames
 CTC_FEATURE_SUBSAMPLING = 2
 SPEECH_LOG_ENERGY = -9.0  # natural log of the mean power where speech begins
 FEATURE_GAIN = 4.0  # normalised log-mel means are near -1 in pauses, above 0 in speech
+PAUSE_FRAMES = 9  # 180 ms of output frames
 
 CHAR_TOKENS = ["<pad>", "<s>", "</s>", "<unk>", "|", "E", "T", "A", "O", "N", "I", "H", "S",
                "R", "D", "L", "U", "M", "W", "C", "F", "G", "Y", "P", "B", "V", "K", "'", "X",
@@ -429,14 +431,17 @@ BPE_TOKENS = (["<pad>", "<unk>", "\u2581"] + [chr(c) for c in range(ord("a"), or
 
 
 def ctc_scoring(tokens, blank, separator):
-    """Weights [1, V] and biases [V]: logit = weight * loudness + bias."""
-    weights = np.zeros([1, len(tokens)], dtype=np.float32)
+    """Weights [2, V] and biases [V]: logit = weights[0] * loudness + weights[1] * pause
+    loudness + bias. Letters follow the loudness of their frame and the blank its opposite;
+    the separator follows the loudness around the frame (PAUSE_FRAMES wide), so it is cheap
+    only in a real pause between words, not in the short gap of a stop consonant."""
+    weights = np.zeros([2, len(tokens)], dtype=np.float32)
     biases = np.zeros([len(tokens)], dtype=np.float32)
     for index, token in enumerate(tokens):
         if index == blank:
             weights[0, index] = -1.0
         elif index == separator:
-            weights[0, index], biases[index] = -0.5, -1.0
+            weights[1, index], biases[index] = -1.0, -1.0
         elif token.startswith("<"):
             biases[index] = -20.0
         else:
@@ -444,18 +449,23 @@ def ctc_scoring(tokens, blank, separator):
     return weights, biases
 
 
-def ctc_head(nodes, loudness, tokens, blank, separator, output):
-    """[1, F, 1] loudness -> [1, F, V] logits."""
+def ctc_head(nodes, loud_rows, tokens, blank, separator, output):
+    """[1, 1, F] loudness -> [1, F, V] logits."""
     weights, biases = ctc_scoring(tokens, blank, separator)
     nodes += [
+        const("pause_w", np.full([1, 1, PAUSE_FRAMES], 1.0 / PAUSE_FRAMES, dtype=np.float32)),
+        helper.make_node("Conv", [loud_rows, "pause_w"], ["pause_rows"],
+                         kernel_shape=[PAUSE_FRAMES], pads=[PAUSE_FRAMES // 2] * 2),
+        helper.make_node("Concat", [loud_rows, "pause_rows"], ["head_rows"], axis=1),
+        helper.make_node("Transpose", ["head_rows"], ["head_in"], perm=[0, 2, 1]),
         const("head_w", weights),
         const("head_b", biases),
-        helper.make_node("MatMul", [loudness, "head_w"], ["head_scaled"]),
+        helper.make_node("MatMul", ["head_in", "head_w"], ["head_scaled"]),
         helper.make_node("Add", ["head_scaled", "head_b"], [output]),
     ]
 
 
-def wav2vec2_ctc_model(tokens, blank, separator, masked=False):
+def wav2vec2_ctc_model(tokens, blank, separator, masked=False, rank4=False):
     """input_values [batch, samples] (with attention_mask [batch, samples] int32 and
     input_lengths [batch] int32 when masked) -> logits [batch, frames, V], frames as the
     wav2vec2 feature encoder counts them: its seven convolutions, no padding."""
@@ -493,13 +503,18 @@ def wav2vec2_ctc_model(tokens, blank, separator, masked=False):
         helper.make_node("Log", ["power_floored"], ["log_power"]),
         const("speech_level", np.array(SPEECH_LOG_ENERGY, dtype=np.float32)),
         helper.make_node("Sub", ["log_power", "speech_level"], ["loud_rows"]),
-        helper.make_node("Transpose", ["loud_rows"], ["loudness"], perm=[0, 2, 1]),
     ]
     head_output = "logits"
-    if masked:
+    if masked or rank4:
         # The lengths join the output at zero weight, as a real model's would shape it.
         head_output = "head_logits"
-    ctc_head(nodes, "loudness", tokens, blank, separator, head_output)
+    ctc_head(nodes, "loud_rows", tokens, blank, separator, head_output)
+    output_shape = ["batch", "frames", len(tokens)]
+    if rank4:
+        # A broken export: one dimension too many.
+        nodes += [const("extra_axis", int64s(1)),
+                  helper.make_node("Unsqueeze", ["head_logits", "extra_axis"], ["logits"])]
+        output_shape = ["batch", 1, "frames", len(tokens)]
     if masked:
         nodes += [
             helper.make_node("Cast", ["input_lengths"], ["lengths_float"], to=TensorProto.FLOAT),
@@ -510,8 +525,7 @@ def wav2vec2_ctc_model(tokens, blank, separator, masked=False):
         ]
     return make_model(
         nodes, "wav2vec2_ctc", inputs,
-        [helper.make_tensor_value_info("logits", TensorProto.FLOAT,
-                                       ["batch", "frames", len(tokens)])],
+        [helper.make_tensor_value_info("logits", TensorProto.FLOAT, output_shape)],
         initializers)
 
 
@@ -532,8 +546,9 @@ def feature_ctc_model(tokens, blank, separator):
                                    "sub_steps"], ["sub_mean"]),
         const("feature_gain", np.array(FEATURE_GAIN, dtype=np.float32)),
         helper.make_node("Mul", ["sub_mean", "feature_gain"], ["loudness"]),
+        helper.make_node("Transpose", ["loudness"], ["loud_rows"], perm=[0, 2, 1]),
     ]
-    ctc_head(nodes, "loudness", tokens, blank, separator, "head_logits")
+    ctc_head(nodes, "loud_rows", tokens, blank, separator, "head_logits")
     nodes.append(helper.make_node("LogSoftmax", ["head_logits"], ["log_probs"], axis=2))
     return make_model(
         nodes, "feature_ctc",
@@ -584,6 +599,12 @@ def ctc_folders(root):
                       "word_separator_token": "|", "normalization": ["lowercase", "numbers"]}
     ctc_bundle(os.path.join(root, "ctc-char"),
                wav2vec2_ctc_model(CHAR_TOKENS, 0, 4), char_vocabulary, char_tokenizer,
+               {"audio_input_name": "input_values", "logits_output_name": "logits",
+                "output_kind": "logits", "frame_stride_seconds": 0.02})
+
+    ctc_bundle(os.path.join(root, "ctc-rank4"),
+               wav2vec2_ctc_model(CHAR_TOKENS, 0, 4, rank4=True), char_vocabulary,
+               char_tokenizer,
                {"audio_input_name": "input_values", "logits_output_name": "logits",
                 "output_kind": "logits", "frame_stride_seconds": 0.02})
 

@@ -18,5 +18,8 @@ Command audioMixCommand();
 Command audioVoiceCommand();
 Command musicEnvelopeCommand();
 Command compositionCommand();
+Command transcriptWordsCommand();
+Command alignNormalizeCommand();
+Command alignCommand();
 
 } // namespace orvelle::cli

@@ -28,6 +28,9 @@ std::vector<Command> allCommands() {
         audioVoiceCommand(),
         musicEnvelopeCommand(),
         compositionCommand(),
+        transcriptWordsCommand(),
+        alignCommand(),
+        alignNormalizeCommand(),
     };
 }
 
