@@ -434,7 +434,8 @@ def ctc_scoring(tokens, blank, separator):
     """Weights [2, V] and biases [V]: logit = weights[0] * loudness + weights[1] * pause
     loudness + bias. Letters follow the loudness of their frame and the blank its opposite;
     the separator follows the loudness around the frame (PAUSE_FRAMES wide), so it is cheap
-    only in a real pause between words, not in the short gap of a stop consonant."""
+    only in a real pause between words, not in the short gap of a stop consonant. Word
+    pieces lean the same way: a word's first piece towards a pause, the others away."""
     weights = np.zeros([2, len(tokens)], dtype=np.float32)
     biases = np.zeros([len(tokens)], dtype=np.float32)
     for index, token in enumerate(tokens):
@@ -444,8 +445,12 @@ def ctc_scoring(tokens, blank, separator):
             weights[1, index], biases[index] = -1.0, -1.0
         elif token.startswith("<"):
             biases[index] = -20.0
+        elif token.startswith("\u2581"):
+            # A piece that starts a word (sub-word vocabularies have no separator) does
+            # best on the loud frames at the edge of a pause.
+            weights[0, index], weights[1, index] = 1.0, -0.5
         else:
-            weights[0, index] = 1.0
+            weights[0, index], weights[1, index] = 1.0, 0.5
     return weights, biases
 
 

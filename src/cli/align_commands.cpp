@@ -18,8 +18,8 @@ namespace {
 std::vector<AlignmentInputWord> wordsOfText(const std::string& text) {
     std::vector<AlignmentInputWord> words;
     for (std::string& piece : splitAtWhitespace(text)) {
-        words.push_back({std::to_string(words.size()), std::move(piece), std::nullopt,
-                         std::nullopt});
+        words.push_back(
+            {std::to_string(words.size()), std::move(piece), std::nullopt, std::nullopt});
     }
     return words;
 }
@@ -39,9 +39,9 @@ std::optional<CTCVocabulary> chosenVocabulary(const Arguments& arguments) {
                                  *manifestFile + ": " + error.what());
         }
         const std::filesystem::path vocabulary =
-            vocabularyFile ? std::filesystem::path(*vocabularyFile)
-                           : std::filesystem::path(*manifestFile).parent_path() /
-                                 metadata.vocabularyFile;
+            vocabularyFile
+                ? std::filesystem::path(*vocabularyFile)
+                : std::filesystem::path(*manifestFile).parent_path() / metadata.vocabularyFile;
         return CTCVocabulary::load(vocabulary, metadata);
     }
     if (vocabularyFile) {
@@ -75,9 +75,10 @@ int runAlignNormalize(const Arguments& arguments) {
     if (!vocabulary) {
         Json list = Json::array();
         for (const auto& word : words) {
-            list.push_back({{"wordID", word.id},
-                            {"rawText", word.text},
-                            {"normalizedText", CTCTranscriptNormalizer::normalizedText(word.text)}});
+            list.push_back(
+                {{"wordID", word.id},
+                 {"rawText", word.text},
+                 {"normalizedText", CTCTranscriptNormalizer::normalizedText(word.text)}});
         }
         json["words"] = list;
     } else {
@@ -87,14 +88,15 @@ int runAlignNormalize(const Arguments& arguments) {
         for (const auto& word : normalized.words) {
             Json tokens = Json::array();
             for (int i = word.targetTokenRange.begin; i < word.targetTokenRange.end; ++i) {
-                tokens.push_back(tokenText(*vocabulary, normalized.targetTokenIDs[static_cast<size_t>(i)]));
+                tokens.push_back(
+                    tokenText(*vocabulary, normalized.targetTokenIDs[static_cast<size_t>(i)]));
             }
-            list.push_back({{"wordID", word.wordID},
-                            {"rawText", word.rawText},
-                            {"normalizedText", word.normalizedText},
-                            {"targetTokenRange",
-                             {word.targetTokenRange.begin, word.targetTokenRange.end}},
-                            {"tokens", tokens}});
+            list.push_back(
+                {{"wordID", word.wordID},
+                 {"rawText", word.rawText},
+                 {"normalizedText", word.normalizedText},
+                 {"targetTokenRange", {word.targetTokenRange.begin, word.targetTokenRange.end}},
+                 {"tokens", tokens}});
         }
         Json tokens = Json::array();
         Json owners = Json::array();
@@ -169,8 +171,9 @@ int runAlign(const Arguments& arguments) {
 
     PreciseWordTimingAlignmentService service(arguments.value("--bundle"));
     ProgressReporter progress("aligning");
-    const PreciseWordTimingAlignmentResult result = service.alignTranscript(
-        file.transcript, audio, sourceDuration, [&](double fraction) { progress.update(fraction); });
+    const PreciseWordTimingAlignmentResult result =
+        service.alignTranscript(file.transcript, audio, sourceDuration,
+                                [&](double fraction) { progress.update(fraction); });
     progress.finish();
 
     if (const auto output = arguments.value("--output")) {

@@ -13,7 +13,8 @@ namespace {
 std::vector<TranscriptToken> readTokens(const std::filesystem::path& path) {
     const Json json = readJsonFile(path);
     if (json.is_object() && json.contains("tokens")) {
-        return decodeJson<std::vector<TranscriptToken>>(json["tokens"], JsonDecodeContext{"tokens"});
+        return decodeJson<std::vector<TranscriptToken>>(json["tokens"],
+                                                        JsonDecodeContext{"tokens"});
     }
     return decodeJson<std::vector<TranscriptToken>>(json);
 }

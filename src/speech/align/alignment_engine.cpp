@@ -100,8 +100,8 @@ AlignmentResult OnnxAlignmentEngine::align(const AlignmentRequest& request,
         if (normalized.targetTokenIDs.empty()) {
             throw AlignmentError(AlignmentErrorCode::noAlignableWords);
         }
-        const CTCFrameLogProbabilities scores = logitsProvider_->logProbabilities(
-            samplesBetween(audio, 0, audioDuration, sampleLimit));
+        const CTCFrameLogProbabilities scores =
+            logitsProvider_->logProbabilities(samplesBetween(audio, 0, audioDuration, sampleLimit));
         const CTCAlignmentPath path = CTCForcedAligner::align(
             scores,
             CTCForcedAlignmentTarget(normalized.targetTokenIDs, normalized.targetTokenWordIDs),
@@ -130,11 +130,11 @@ AlignmentResult OnnxAlignmentEngine::align(const AlignmentRequest& request,
                 append(result.warnings, normalized.warnings);
                 const CTCFrameLogProbabilities scores = logitsProvider_->logProbabilities(
                     samplesBetween(audio, chunk.inferenceStart, chunk.inferenceEnd, sampleLimit));
-                const CTCAlignmentPath path = CTCForcedAligner::align(
-                    scores,
-                    CTCForcedAlignmentTarget(normalized.targetTokenIDs,
-                                             normalized.targetTokenWordIDs),
-                    vocabulary_.blankTokenID);
+                const CTCAlignmentPath path =
+                    CTCForcedAligner::align(scores,
+                                            CTCForcedAlignmentTarget(normalized.targetTokenIDs,
+                                                                     normalized.targetTokenWordIDs),
+                                            vocabulary_.blankTokenID);
                 // The chunk works in its own time, from the start of what the model heard.
                 for (AlignmentInputWord& word : words) {
                     if (word.roughStart) {
@@ -154,16 +154,16 @@ AlignmentResult OnnxAlignmentEngine::align(const AlignmentRequest& request,
                     aligned.insert_or_assign(timing.wordID, std::move(timing));
                 }
             } catch (const Error& error) {
-                result.warnings.push_back({"Skipped precise timing for chunk " +
-                                               chunkRange(chunk) + " because " + reasonOf(error),
+                result.warnings.push_back({"Skipped precise timing for chunk " + chunkRange(chunk) +
+                                               " because " + reasonOf(error),
                                            idsOf(words)});
             }
         }
         result.words = AlignmentMerge::mergeAlignedChunkWords(
             request.words, aligned, request.sourceDuration, options, result.warnings);
-        result.warnings.push_back({"Aligned long audio in " + std::to_string(chunks.size()) +
-                                       " chunks with overlap.",
-                                   {}});
+        result.warnings.push_back(
+            {"Aligned long audio in " + std::to_string(chunks.size()) + " chunks with overlap.",
+             {}});
     }
     if (progress) {
         progress(1);

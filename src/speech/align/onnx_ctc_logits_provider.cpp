@@ -140,8 +140,8 @@ CTCFrameLogProbabilities OnnxCTCLogitsProvider::logProbabilities(std::span<const
     }
     const auto& entry = manifest_.model;
     OnnxFeatureBag inputs;
-    std::int64_t length = 0;      // what the length input says: samples or feature frames
-    std::int64_t maskLength = 0;  // the size of the mask's last dimension
+    std::int64_t length = 0;       // what the length input says: samples or feature frames
+    std::int64_t maskLength = 0;   // the size of the mask's last dimension
     std::optional<int> realFrames; // output frames the real input makes, when it was padded
 
     if (isFeatureInput(manifest_)) {
@@ -239,8 +239,8 @@ CTCFrameLogProbabilities OnnxCTCLogitsProvider::logProbabilities(std::span<const
     }
     const int keptFrames =
         realFrames ? std::min(static_cast<int>(frames), *realFrames) : static_cast<int>(frames);
-    std::vector<float> values(scores.begin(),
-                              scores.begin() + static_cast<std::ptrdiff_t>(keptFrames * vocabulary));
+    std::vector<float> values(
+        scores.begin(), scores.begin() + static_cast<std::ptrdiff_t>(keptFrames * vocabulary));
     if (entry.outputKind == AlignmentModelOutputKind::logits) {
         logSoftmaxRows(values, static_cast<int>(vocabulary));
     }

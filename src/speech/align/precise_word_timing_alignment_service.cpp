@@ -46,8 +46,8 @@ std::string PreciseWordTimingReport::summaryText() const {
         fallbackWords += span.wordCount;
     }
     if (fallbackWords > 0) {
-        text += "\n" + std::to_string(fallbackWords) +
-                " words used fallback or low-confidence timing.";
+        text +=
+            "\n" + std::to_string(fallbackWords) + " words used fallback or low-confidence timing.";
     }
     if (!warnings.empty()) {
         text += "\n" + std::to_string(warnings.size()) + " nonfatal alignment warnings.";
@@ -70,11 +70,9 @@ std::filesystem::path PreciseWordTimingAlignmentService::bundleURL() const {
     return OrvelleModelStorage::preciseWordTimingModelDirectory();
 }
 
-PreciseWordTimingAlignmentResult
-PreciseWordTimingAlignmentService::alignTranscript(const EditorTranscript& transcript,
-                                                   const std::filesystem::path& audioURL,
-                                                   double sourceDuration,
-                                                   const AlignmentProgress& progress) {
+PreciseWordTimingAlignmentResult PreciseWordTimingAlignmentService::alignTranscript(
+    const EditorTranscript& transcript, const std::filesystem::path& audioURL,
+    double sourceDuration, const AlignmentProgress& progress) {
     if (!fileExists(audioURL)) {
         throw PreciseWordTimingAlignmentError::audioMissing(audioURL);
     }
@@ -87,9 +85,8 @@ PreciseWordTimingAlignmentService::alignTranscript(const EditorTranscript& trans
     request.audioFileURL = audioURL;
     request.sourceDuration = sourceDuration;
     for (size_t index = 0; index < words.size(); ++index) {
-        request.words.push_back(
-            {std::to_string(index), words[index].text, words[index].startTime,
-             words[index].endTime});
+        request.words.push_back({std::to_string(index), words[index].text, words[index].startTime,
+                                 words[index].endTime});
     }
     if (words.back().endTime) {
         request.sourceDuration = std::max(request.sourceDuration, *words.back().endTime);
@@ -123,8 +120,8 @@ PreciseWordTimingAlignmentService::alignTranscript(const EditorTranscript& trans
     if (!updated.alignmentBaselineWords) {
         std::vector<EditorTranscriptAlignmentBaselineWord> baseline;
         for (size_t index = 0; index < words.size(); ++index) {
-            baseline.push_back({static_cast<int>(index), words[index].text,
-                                words[index].startTime, words[index].endTime});
+            baseline.push_back({static_cast<int>(index), words[index].text, words[index].startTime,
+                                words[index].endTime});
         }
         updated.alignmentBaselineWords = std::move(baseline);
     }
