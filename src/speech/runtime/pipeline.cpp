@@ -1,7 +1,7 @@
 #include "speech/runtime/pipeline.h"
 
+#include "core/blocking_queue.h"
 #include "core/executor.h"
-#include "speech/runtime/blocking_queue.h"
 #include "speech/runtime/greedy_tdt_decoder.h"
 
 #include <pthread.h>

@@ -1,6 +1,6 @@
+#include "core/blocking_queue.h"
 #include "platform/media/audio_decoder.h"
 #include "speech/runtime/audio_loader.h"
-#include "speech/runtime/blocking_queue.h"
 #include "speech/runtime/parakeet_error.h"
 #include "speech/runtime/parakeet_transcriber.h"
 #include "support/test_media.h"

@@ -1,0 +1,69 @@
+#include "export/render_exporter.h"
+
+#include <system_error>
+
+namespace orvelle::RenderExporterV2 {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The same file however it is spelt: relative, with dots, or through links.
+bool sameFile(const fs::path& a, const fs::path& b) {
+    std::error_code error;
+    if (fs::equivalent(a, b, error) && !error) {
+        return true;
+    }
+    const fs::path left = fs::weakly_canonical(fs::absolute(a), error);
+    const fs::path right = fs::weakly_canonical(fs::absolute(b), error);
+    return !error && left == right;
+}
+
+// Clean-up of the destination: a file only, never a folder someone named by mistake.
+void removeOutputFile(const fs::path& path) {
+    std::error_code error;
+    if (!fs::is_directory(path, error)) {
+        fs::remove(path, error);
+    }
+}
+
+} // namespace
+
+void validateOutputURL(const RenderExportSettings& settings) {
+    std::vector<fs::path> sources{settings.sourceURL};
+    for (const auto& segment : settings.project.manifest.segments) {
+        sources.push_back(segment.url);
+    }
+    if (settings.cursorURL) {
+        sources.push_back(*settings.cursorURL);
+    }
+    std::error_code error;
+    if (fs::is_directory(settings.outputURL, error)) {
+        throw RenderExportError(RenderExportErrorCode::invalidOutputURL,
+                                "The export destination is a folder (" +
+                                    settings.outputURL.filename().string() +
+                                    "). Choose a movie file to write.");
+    }
+    for (const auto& source : sources) {
+        if (!source.empty() && sameFile(settings.outputURL, source)) {
+            throw RenderExportError(RenderExportErrorCode::invalidOutputURL,
+                                    "The export destination matches source media (" +
+                                        source.filename().string() +
+                                        "). Choose a different output file.");
+        }
+    }
+}
+
+void writeComposition(const RenderComposition::Output& composition,
+                      ExportFrameCompositor& compositor, const RenderPipe::Options& options,
+                      std::stop_token stop) {
+    removeOutputFile(options.outputURL);
+    try {
+        RenderPipe::run(composition, compositor, options, stop);
+    } catch (...) {
+        removeOutputFile(options.outputURL);
+        throw;
+    }
+}
+
+} // namespace orvelle::RenderExporterV2

@@ -1,0 +1,42 @@
+// Finding the click sound among the resources.
+
+#include "motion/cursor_click_sound_resource.h"
+#include "support/temporary_directory.h"
+
+#include <gtest/gtest.h>
+
+namespace orvelle {
+namespace {
+
+using testing::TemporaryDirectory;
+using testing::writeTextFile;
+
+TEST(CursorClickSoundResource, TheExactNameInTheFirstFolderThatHasIt) {
+    TemporaryDirectory resources;
+    writeTextFile(resources / "MouseAudio" / "click.wav", "c");
+    writeTextFile(resources / "Sounds" / "click.wav", "b");
+    EXPECT_EQ(CursorClickSoundResource::url(resources.path()), resources / "Sounds" / "click.wav");
+    writeTextFile(resources / "MouseClicks" / "click.wav", "a");
+    EXPECT_EQ(CursorClickSoundResource::url(resources.path()),
+              resources / "MouseClicks" / "click.wav");
+}
+
+TEST(CursorClickSoundResource, OtherwiseTheFirstAudioFileNamedLikeAClick) {
+    TemporaryDirectory resources;
+    writeTextFile(resources / "Sounds" / "chime.wav", "");
+    writeTextFile(resources / "notes" / "click.txt", "");
+    writeTextFile(resources / "b" / "Mouse-Click.m4a", "");
+    writeTextFile(resources / "a" / "soft_click.aiff", "");
+    EXPECT_EQ(CursorClickSoundResource::url(resources.path()),
+              resources / "a" / "soft_click.aiff");
+}
+
+TEST(CursorClickSoundResource, AbsentWithoutOne) {
+    TemporaryDirectory resources;
+    writeTextFile(resources / "Sounds" / "chime.wav", "");
+    EXPECT_FALSE(CursorClickSoundResource::url(resources.path()));
+    EXPECT_FALSE(CursorClickSoundResource::url(resources / "missing"));
+}
+
+} // namespace
+} // namespace orvelle

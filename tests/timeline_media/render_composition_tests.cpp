@@ -1,0 +1,215 @@
+// The export's composition: which clicks sound and on which lane, the camera's stretches
+// and the instructions cut from them.
+
+#include "timeline_media/render_composition.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+namespace orvelle {
+namespace {
+
+using RenderComposition::addClickAudioTracks;
+using RenderComposition::mergedCameraRanges;
+using RenderComposition::playableClickEditTimes;
+using RenderComposition::videoInstructions;
+
+TimelineClip clip(double start, double end, double speed = 1.0) {
+    TimelineClip value;
+    value.id = Uuid::random();
+    value.start = SourceTime(start);
+    value.end = SourceTime(end);
+    value.speed = speed;
+    return value;
+}
+
+ResolvedEditTimeline timeline(std::vector<TimelineClip> clips, double sourceDuration) {
+    return ResolvedEditTimeline(std::move(clips), {}, SourceTime(sourceDuration));
+}
+
+std::vector<CursorClick> clicksAt(std::initializer_list<double> times) {
+    std::vector<CursorClick> clicks;
+    for (const double time : times) {
+        CursorClick click;
+        click.time = time;
+        clicks.push_back(click);
+    }
+    return clicks;
+}
+
+TEST(PlayableClickEditTimes, KeepsClicksInsideClipsMappedToEditTime) {
+    // Two clips with a cut from 2 to 5; the second plays at double speed.
+    const auto edit = timeline({clip(0, 2), clip(5, 9, 2)}, 10);
+    const auto times = playableClickEditTimes(clicksAt({0, 1.5, 2, 3, 5, 7, 9, 9.5}), edit);
+    // 2 is a clip's end and 9 the last clip's end: neither is inside.
+    ASSERT_EQ(times.size(), 4u);
+    EXPECT_DOUBLE_EQ(times[0], 0);
+    EXPECT_DOUBLE_EQ(times[1], 1.5);
+    EXPECT_NEAR(times[2], 2, 1e-9);
+    EXPECT_NEAR(times[3], 3, 1e-9); // 2 s into the clip at speed 2
+}
+
+TEST(PlayableClickEditTimes, NoneOnATimelineWithoutLength) {
+    EXPECT_TRUE(playableClickEditTimes(clicksAt({0, 1}), timeline({}, 10)).empty());
+    EXPECT_TRUE(playableClickEditTimes(clicksAt({0, 1}), timeline({clip(3, 3)}, 10)).empty());
+}
+
+class ClickLanes : public ::testing::Test {
+protected:
+    MediaComposition composition;
+    AudioMix mix;
+    const std::filesystem::path clickURL = "/resources/Sounds/click.wav";
+
+    std::vector<const CompositionTrack*>
+    laneTracks(const std::vector<RenderComposition::ClickAudioLane>& lanes) const {
+        std::vector<const CompositionTrack*> tracks;
+        for (const auto& lane : lanes) {
+            tracks.push_back(composition.track(lane.trackID));
+        }
+        return tracks;
+    }
+};
+
+TEST_F(ClickLanes, ClicksCloserThanTheSoundTakeTurnsOnFourLanes) {
+    const std::vector<double> times{1.0, 1.05, 1.10, 1.15, 1.20, 1.25, 1.30, 1.35};
+    const auto lanes = addClickAudioTracks(composition, mix, times, clickURL, 0.2, 1.0, 10);
+    ASSERT_EQ(lanes.size(), 4u);
+    const auto tracks = laneTracks(lanes);
+    for (size_t i = 0; i < times.size(); ++i) {
+        const auto& insertions = tracks[i % 4]->insertions;
+        ASSERT_EQ(insertions.size(), 2u) << "lane " << i % 4;
+        const auto& insertion = insertions[i / 4];
+        EXPECT_EQ(insertion.editRange.start, mediaTicks(times[i])) << "click " << i;
+        EXPECT_EQ(insertion.editRange.duration, mediaTicks(0.2));
+        EXPECT_EQ(insertion.sourceRange, (MediaTimeRange{0, mediaTicks(0.2)}));
+        EXPECT_EQ(composition.media[static_cast<size_t>(insertion.mediaID)], clickURL);
+    }
+    EXPECT_DOUBLE_EQ(lanes[3].availableAt, 1.35 + 0.2);
+}
+
+TEST_F(ClickLanes, ALaneFreeWithinAMillisecondIsReusedWithoutOverlap) {
+    // The second click starts half a millisecond before the first one ends.
+    const auto lanes = addClickAudioTracks(composition, mix, {1.0, 1.1995}, clickURL, 0.2, 1.0, 10);
+    ASSERT_EQ(lanes.size(), 1u);
+    const auto& insertions = composition.track(lanes[0].trackID)->insertions;
+    ASSERT_EQ(insertions.size(), 2u);
+    EXPECT_LE(insertions[0].editRange.end(), insertions[1].editRange.start);
+}
+
+TEST_F(ClickLanes, ClicksAreCutAtTheEndAndDroppedWhenNearlyNothingRemains) {
+    const auto lanes = addClickAudioTracks(composition, mix, {9.9, 9.9995}, clickURL, 0.2, 1.0, 10);
+    ASSERT_EQ(lanes.size(), 1u);
+    const auto& insertions = composition.track(lanes[0].trackID)->insertions;
+    ASSERT_EQ(insertions.size(), 1u);
+    EXPECT_EQ(insertions[0].editRange.end(), mediaTicks(10));
+    EXPECT_EQ(insertions[0].sourceRange.duration, insertions[0].editRange.duration);
+}
+
+TEST_F(ClickLanes, AVolumeOtherThanOneIsSetOnEveryLane) {
+    const auto quiet = addClickAudioTracks(composition, mix, {1, 1.01}, clickURL, 0.2, 0.15, 10);
+    ASSERT_EQ(quiet.size(), 2u);
+    for (const auto& lane : quiet) {
+        const auto* parameters = mix.parameters(lane.trackID);
+        ASSERT_NE(parameters, nullptr);
+        EXPECT_FLOAT_EQ(parameters->volume(0), 0.15f);
+        EXPECT_FLOAT_EQ(parameters->volume(5), 0.15f);
+    }
+    AudioMix fullMix;
+    const auto full = addClickAudioTracks(composition, fullMix, {1}, clickURL, 0.2, 0.9995, 10);
+    ASSERT_EQ(full.size(), 1u);
+    EXPECT_EQ(fullMix.parameters(full[0].trackID), nullptr);
+}
+
+TEST_F(ClickLanes, NothingWithoutClicksOrLength) {
+    EXPECT_TRUE(addClickAudioTracks(composition, mix, {}, clickURL, 0.2, 1, 10).empty());
+    EXPECT_TRUE(addClickAudioTracks(composition, mix, {1}, clickURL, 0, 1, 10).empty());
+    EXPECT_TRUE(composition.tracks.empty());
+}
+
+// Random clicks: a lane's insertions never overlap, every click that has room is placed
+// exactly once, and no more lanes are opened than clicks sound at once.
+TEST_F(ClickLanes, RandomClicksNeverOverlapOnALane) {
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> gap(0.0, 0.3);
+    for (int round = 0; round < 50; ++round) {
+        MediaComposition fresh;
+        AudioMix freshMix;
+        std::vector<double> times;
+        double t = 0;
+        while (t < 5) {
+            times.push_back(t);
+            t += gap(random);
+        }
+        const double length = 0.05 + gap(random);
+        const auto lanes = addClickAudioTracks(fresh, freshMix, times, clickURL, length, 1, 5);
+        size_t placed = 0;
+        for (const auto& lane : lanes) {
+            const auto& insertions = fresh.track(lane.trackID)->insertions;
+            placed += insertions.size();
+            for (size_t i = 1; i < insertions.size(); ++i) {
+                EXPECT_LE(insertions[i - 1].editRange.end(), insertions[i].editRange.start);
+            }
+        }
+        EXPECT_EQ(placed, times.size());
+        size_t mostAtOnce = 0;
+        for (const double start : times) {
+            mostAtOnce = std::max<size_t>(
+                mostAtOnce,
+                static_cast<size_t>(std::count_if(times.begin(), times.end(), [&](double s) {
+                    return s <= start && start < s + length - 0.001;
+                })));
+        }
+        EXPECT_LE(lanes.size(), mostAtOnce);
+    }
+}
+
+TEST(MergedCameraRanges, ClampsSortsAndJoinsTouchingRanges) {
+    const auto merged = mergedCameraRanges(
+        {{600, 300}, {-100, 200}, {900, 100}, {1500, 100}, {2000, 600}, {1550, 10}}, 2400);
+    const std::vector<MediaTimeRange> expected{{0, 100}, {600, 400}, {1500, 100}, {2000, 400}};
+    EXPECT_EQ(merged, expected);
+    EXPECT_TRUE(mergedCameraRanges({{3000, 100}, {-200, 100}}, 2400).empty());
+}
+
+TEST(VideoInstructions, OneForAllWithoutACamera) {
+    const auto instructions = videoInstructions(606, 1, nullptr);
+    ASSERT_EQ(instructions.size(), 1u);
+    EXPECT_EQ(instructions[0].timeRange, (MediaTimeRange{0, 606}));
+    EXPECT_EQ(instructions[0].requiredSourceTrackIDs(), std::vector<int32_t>{1});
+}
+
+TEST(VideoInstructions, AlternateWhereTheCameraCoversPartOfTheTimeline) {
+    CompositionTrack camera;
+    camera.trackID = 2;
+    camera.insertions = {
+        {0, {0, 600}, {600, 600}}, {0, {600, 300}, {1200, 300}}, {0, {0, 300}, {2100, 600}}};
+    const auto instructions = videoInstructions(mediaTicks(5), 1, &camera);
+    // The two touching insertions make one stretch with the camera.
+    const std::vector<std::pair<MediaTimeRange, bool>> expected{{{0, 600}, false},
+                                                                {{600, 900}, true},
+                                                                {{1500, 600}, false},
+                                                                {{2100, 600}, true},
+                                                                {{2700, 300}, false}};
+    ASSERT_EQ(instructions.size(), expected.size());
+    for (size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(instructions[i].timeRange, expected[i].first) << i;
+        EXPECT_EQ(instructions[i].cameraTrackID.has_value(), expected[i].second) << i;
+        EXPECT_EQ(instructions[i].requiredSourceTrackIDs().size(), expected[i].second ? 2u : 1u);
+    }
+}
+
+TEST(VideoInstructions, TheLastPieceEndsAtTheTimelinesEndNotAFrameBoundary) {
+    CompositionTrack camera;
+    camera.trackID = 2;
+    camera.insertions = {{0, {0, 300}, {0, 300}}};
+    const int64_t end = mediaTicks(1.001);
+    const auto instructions = videoInstructions(end, 1, &camera);
+    ASSERT_EQ(instructions.size(), 2u);
+    EXPECT_EQ(instructions.back().timeRange.end(), end);
+    // The pieces tile the timeline.
+    EXPECT_EQ(instructions[0].timeRange.end(), instructions[1].timeRange.start);
+}
+
+} // namespace
+} // namespace orvelle
