@@ -1,11 +1,9 @@
 #pragma once
 
-// The export's composition, built once from a snapshot of the edit: the take's media laid
-// out in edit time (screen, optional camera, the audio roles, music under its envelope, the
-// click sounds on lanes), the stretches of the movie with their source tracks, and the
-// resolver that works out each frame's geometry. Building reads files (probes, pointer
-// data, voice activity, denoised copies): keep it off the main thread. The output is a
-// value except for its resolver, which accumulates motion over the frames asked of it.
+// The export's composition: the take's media laid out in edit time (screen, optional
+// camera, the audio roles, music under its envelope, the click sounds on lanes) and the
+// stretches of the movie with the source tracks each one draws from. Pure functions on
+// values; any thread.
 
 #include "project/cursor_recording.h"
 #include "timeline/resolved_edit_timeline.h"
