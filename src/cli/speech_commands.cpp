@@ -1,5 +1,6 @@
 #include "cli/commands.h"
 #include "cli/output.h"
+#include "cli/transcribe_take.h"
 #include "platform/onnx/onnx_runtime.h"
 #include "speech/runtime/audio_loader.h"
 #include "speech/runtime/mel_feature_extractor.h"
@@ -70,6 +71,9 @@ Json transcriptionJson(const Transcription& transcription, ParakeetComputeUnits 
 
 int runTranscribe(const Arguments& arguments) {
     const std::string& audio = arguments.positional(0, "the audio file");
+    if (const auto take = takeWithMicrophone(audio)) {
+        return transcribeTake(arguments, *take);
+    }
     const auto model = arguments.value("--model");
     if (!model) {
         throw UsageError("Name the speech model folder with --model DIR.");
@@ -135,7 +139,12 @@ Command transcribeCommand() {
             "with their times, the time of each stage and the real-time factor.\n"
             "--compute-units picks the device and the number of parallel decoders (cpu: 1,\n"
             "ane: 2, gpu and all: 4); devices this machine lacks fall back to the CPU.\n"
-            "Default: all.",
+            "Default: all.\n\n"
+            "Given a take instead (its movie, its .take.json or a saved project), transcribes\n"
+            "the take's microphone at take times (several segments are first rendered to\n"
+            "NAME.transcription.m4a with silence between them) and writes NAME.transcript.json\n"
+            "and NAME.transcript.txt beside the take's movie. --model is then optional: the\n"
+            "installed model is used, on the gpu setting unless --compute-units says else.",
             {{"--json"}, {"--model", true}, {"--compute-units", true}},
             runTranscribe};
 }

@@ -1,5 +1,11 @@
 #include "cli/commands.h"
 #include "cli/output.h"
+#include "cli/project_input.h"
+#include "cli/transcribe_take.h"
+#include "speech/transcript/parakeet_transcript_analyzer.h"
+#include "speech/transcript/recording_transcription_service.h"
+#include "speech/transcript/transcript_model_locator.h"
+#include "speech/transcript/transcript_output_writer.h"
 #include "speech/transcript/transcript_word_builder.h"
 
 #include <cstdio>
@@ -35,6 +41,58 @@ int runTranscriptWords(const Arguments& arguments) {
 }
 
 } // namespace
+
+std::optional<EditorDocument> takeWithMicrophone(const std::string& argument) {
+    if (!std::filesystem::exists(documentPath(argument))) {
+        return std::nullopt;
+    }
+    EditorDocument document = openDocument(argument);
+    if (document.manifest.segmentsFor(MediaTrackManifest::Kind::microphone).empty()) {
+        return std::nullopt;
+    }
+    return document;
+}
+
+int transcribeTake(const Arguments& arguments, const EditorDocument& document) {
+    std::optional<RecordingTranscriptionRequest> request;
+    if (const auto model = arguments.value("--model")) {
+        request =
+            RecordingTranscriptionService::makeRequest(document, TranscriptModelSource{*model});
+    } else {
+        request = RecordingTranscriptionService::makeRequest(document);
+        if (!request && !TranscriptModelLocator::defaultModelSource(".")) {
+            throw RecordingTranscriptionError(RecordingTranscriptionErrorCode::modelNotInstalled);
+        }
+    }
+    if (!request) {
+        throw Error("The take has no readable microphone recording to transcribe.");
+    }
+    TranscriptAnalysis analysis;
+    if (const auto units = arguments.value("--compute-units")) {
+        const auto chosen = enumFromName<TranscriptComputeUnits>(*units);
+        if (!chosen) {
+            throw UsageError("--compute-units is one of cpu, gpu, ane or all, not '" + *units +
+                             "'.");
+        }
+        analysis =
+            ParakeetTranscriptAnalyzer(*request->modelSource, *chosen).analyze(request->audioURL);
+    } else {
+        analysis = RecordingTranscriptionService::transcribe(*request).analysis;
+    }
+    const auto jsonURL = TranscriptOutputWriter::defaultJSONOutputURL(document.screenURL);
+    const auto textURL = TranscriptOutputWriter::defaultTextOutputURL(document.screenURL);
+    TranscriptOutputWriter::writeJSON(analysis, jsonURL);
+    TranscriptOutputWriter::writePlainText(analysis.text, textURL);
+    if (arguments.flag("--json")) {
+        printJson({{"analysis", encodeJson(analysis)},
+                   {"audioURL", encodeJson(request->audioURL)},
+                   {"sidecars", {{"json", jsonURL.string()}, {"text", textURL.string()}}}});
+        return 0;
+    }
+    std::cout << analysis.text << "\n";
+    std::cerr << "wrote " << jsonURL.string() << " and " << textURL.filename().string() << "\n";
+    return 0;
+}
 
 Command transcriptWordsCommand() {
     return {"transcript words",

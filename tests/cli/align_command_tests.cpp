@@ -1,7 +1,11 @@
 #include "cli/cli_test_support.h"
+#include "core/file_url.h"
+#include "core/files.h"
 #include "platform/media/audio_decoder.h"
+#include "project/recording_take_builder.h"
 #include "speech/transcript/editor_transcript.h"
 #include "support/temporary_directory.h"
+#include "support/test_media.h"
 
 #include <cmath>
 
@@ -164,6 +168,40 @@ TEST(AlignCommand, SaysWhatIsMissing) {
     EXPECT_NE(noAudio.err.find("The audio for precise word timing was not found at"),
               std::string::npos)
         << noAudio.err;
+}
+
+TEST(TranscribeCommand, WritesTheSidecarsOfATake) {
+    TemporaryDirectory folder;
+    const auto movie = folder / "Demo Take.mp4";
+    testing::writeNumberedMovie(movie, {.width = 64, .height = 48, .frameCount = 90});
+    const auto microphone = folder / "Demo Take-microphone-001.m4a";
+    testing::writeAudioFile(microphone, testing::sineTone(300, 3.0, 48000, 1, 0.4f),
+                            AudioFormat{48000, 1});
+    RecordedMediaSegment screen;
+    screen.url = movie;
+    screen.duration = 3;
+    screen.mediaDuration = 3;
+    RecordedMediaSegment voice = screen;
+    voice.kind = MediaTrackManifest::Kind::microphone;
+    voice.url = microphone;
+    TakeManifestWriter::write(movie, {screen}, {}, {voice}, std::nullopt);
+
+    const Json json = orvelleJson({"transcribe", (folder / "Demo Take.take.json").string(),
+                                   "--model", bundle("parakeet-split").string(), "--json"});
+    EXPECT_EQ(json["audioURL"], fileURLString(microphone));
+    EXPECT_EQ(json["analysis"]["words"].back()["text"], "end");
+    const auto sidecar =
+        decodeJson<TranscriptAnalysis>(readJsonFile(folder / "Demo Take.transcript.json"));
+    EXPECT_EQ(sidecar.words.size(), json["analysis"]["words"].size());
+    EXPECT_EQ(readFile(folder / "Demo Take.transcript.txt"),
+              json["analysis"]["text"].get<std::string>() + "\n");
+
+    // Without an installed model the take cannot be transcribed, and the user is told.
+    const auto missing = runProgram(testing::orvelleBinary(), {"transcribe", movie.string()},
+                                    {{"XDG_DATA_HOME", (folder / "data").string()}});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_NE(missing.err.find("The transcription model is not installed."), std::string::npos)
+        << missing.err;
 }
 
 } // namespace
