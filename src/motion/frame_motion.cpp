@@ -49,4 +49,12 @@ void FrameMotionAccumulator::update(double editTime, const std::optional<CursorP
     previousEffectiveZoomScale_ = effectiveZoomScale;
 }
 
+FrameMotionStore::Motion FrameMotionStore::update(double editTime,
+                                                  const std::optional<CursorPoint>& cameraPoint,
+                                                  double effectiveZoomScale) {
+    const std::lock_guard guard(lock_);
+    accumulator_.update(editTime, cameraPoint, effectiveZoomScale);
+    return {accumulator_.cameraFrameMotion(), accumulator_.zoomFrameMotion()};
+}
+
 } // namespace orvelle

@@ -7,6 +7,7 @@
 #include "motion/motion_blur_vector.h"
 #include "project/cursor_recording.h"
 
+#include <mutex>
 #include <optional>
 
 namespace orvelle {
@@ -28,6 +29,25 @@ private:
     double previousEffectiveZoomScale_ = 1;
     MotionBlurVector cameraFrameMotion_;
     double zoomFrameMotion_ = 0;
+};
+
+// The export's accumulator: frames may be asked for from more than one thread, and the
+// motion is a running state, so every update happens under the lock. Frames are expected
+// in order; one out of order only resets the motion when its step is not within (0, 0.5) s.
+class FrameMotionStore {
+public:
+    struct Motion {
+        MotionBlurVector camera;
+        double zoom = 0;
+    };
+
+    // Thread-safe.
+    Motion update(double editTime, const std::optional<CursorPoint>& cameraPoint,
+                  double effectiveZoomScale);
+
+private:
+    std::mutex lock_;
+    FrameMotionAccumulator accumulator_; // guarded by lock_
 };
 
 } // namespace orvelle

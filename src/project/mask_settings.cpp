@@ -151,6 +151,99 @@ std::optional<MaskClip> MaskSettings::activeClip(EditTime time) const {
     return std::nullopt;
 }
 
+namespace {
+
+// Touching masks hand over within this much.
+constexpr double kMaskAdjacencyTolerance = 0.001;
+constexpr double kMaskSeamHalfWidth = 0.35;
+
+// Whether clip a comes before clip b in the enabled clips stably sorted by start.
+bool startsBefore(const std::vector<MaskClip>& clips, size_t a, size_t b) {
+    if (clips[a].start != clips[b].start) {
+        return clips[a].start < clips[b].start;
+    }
+    return a < b;
+}
+
+// Half of a seam's window on one clip's side.
+double seamHalfWidth(const MaskClip& clip) {
+    return std::max(std::min((clip.end.seconds - clip.start.seconds) * 0.5, kMaskSeamHalfWidth),
+                    0.0);
+}
+
+// The clip's own opacity, without fades.
+double steadyOpacity(const MaskClip& clip, EditTime time) {
+    return clip.effectiveOpacity(time, true, true);
+}
+
+} // namespace
+
+std::optional<ResolvedMaskState> MaskSettings::resolvedState(EditTime time) const {
+    std::optional<size_t> active;
+    for (size_t i = 0; i < clips.size(); ++i) {
+        if (!clips[i].isDisabled && clips[i].start <= time && time < clips[i].end) {
+            active = i;
+            break;
+        }
+    }
+    if (!active) {
+        return std::nullopt;
+    }
+    const MaskClip& clip = clips[*active];
+    // The neighbours in start order, found without sorting.
+    std::optional<size_t> previousIndex;
+    std::optional<size_t> nextIndex;
+    for (size_t i = 0; i < clips.size(); ++i) {
+        if (i == *active || clips[i].isDisabled) {
+            continue;
+        }
+        if (startsBefore(clips, i, *active)) {
+            if (!previousIndex || startsBefore(clips, *previousIndex, i)) {
+                previousIndex = i;
+            }
+        } else if (!nextIndex || startsBefore(clips, i, *nextIndex)) {
+            nextIndex = i;
+        }
+    }
+    const MaskClip* previous = nullptr;
+    const MaskClip* next = nullptr;
+    if (previousIndex && clips[*previousIndex].isInverted == clip.isInverted &&
+        std::abs(clip.start.seconds - clips[*previousIndex].end.seconds) <=
+            kMaskAdjacencyTolerance) {
+        previous = &clips[*previousIndex];
+    }
+    if (nextIndex && clips[*nextIndex].isInverted == clip.isInverted &&
+        std::abs(clips[*nextIndex].start.seconds - clip.end.seconds) <= kMaskAdjacencyTolerance) {
+        next = &clips[*nextIndex];
+    }
+
+    ResolvedMaskState state{clip, clip.rect,
+                            clip.effectiveOpacity(time, previous != nullptr, next != nullptr),
+                            clip.cornerRadiusAmount, clip.featherAmount};
+    const auto glide = [&](const MaskClip& earlier, const MaskClip& later, double seam) {
+        const double hEarlier = seamHalfWidth(earlier);
+        const double hLater = seamHalfWidth(later);
+        const double t = time.seconds;
+        if (!(hEarlier + hLater > 0) || t < seam - hEarlier || t > seam + hLater) {
+            return false;
+        }
+        const double s = MaskBorder::smoothStep((t - (seam - hEarlier)) / (hEarlier + hLater));
+        const auto mix = [s](double from, double to) { return from + (to - from) * s; };
+        state.rect = MaskRect::lerp(earlier.rect, later.rect, s);
+        state.cornerRadiusAmount = mix(earlier.cornerRadiusAmount, later.cornerRadiusAmount);
+        state.featherAmount = mix(earlier.featherAmount, later.featherAmount);
+        state.opacity = mix(steadyOpacity(earlier, time), steadyOpacity(later, time));
+        return true;
+    };
+    if (next != nullptr && glide(clip, *next, clip.end.seconds)) {
+        return state;
+    }
+    if (previous != nullptr) {
+        glide(*previous, clip, clip.start.seconds);
+    }
+    return state;
+}
+
 namespace MaskBorder {
 
 double smoothStep(double u) {
