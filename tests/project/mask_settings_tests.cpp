@@ -271,5 +271,76 @@ TEST(MaskSettings, ActiveClipIsTheFirstEnabledOneCoveringTheTime) {
     EXPECT_FALSE(settings.activeClip(EditTime(8)).has_value());
 }
 
+TEST(MaskResolvedState, LoneClipFadesAtBothEnds) {
+    MaskSettings settings;
+    settings.clips = {maskClip(1, 3)};
+    EXPECT_FALSE(settings.resolvedState(EditTime(0.5)));
+    EXPECT_FALSE(settings.resolvedState(EditTime(3))); // the end is outside
+    const auto start = settings.resolvedState(EditTime(1));
+    ASSERT_TRUE(start);
+    EXPECT_EQ(start->opacity, 0);
+    EXPECT_NEAR(settings.resolvedState(EditTime(2))->opacity, 0.72, kTolerance);
+    EXPECT_NEAR(settings.resolvedState(EditTime(2.825))->opacity, 0.72 * 0.5, kTolerance);
+}
+
+TEST(MaskResolvedState, TouchingClipsGlideInsteadOfFading) {
+    MaskClip first = maskClip(0, 2);
+    MaskClip second = maskClip(2, 4);
+    first.rect = {0.1, 0.1, 0.2, 0.2};
+    second.rect = {0.5, 0.5, 0.4, 0.4};
+    second.opacity = 0.4;
+    second.featherAmount = 1;
+    MaskSettings settings;
+    settings.clips = {second, first}; // list order does not matter, start order does
+    // Before the window the first clip is itself, at full opacity up to its end.
+    const auto before = settings.resolvedState(EditTime(1.6));
+    expectRect(before->rect, first.rect);
+    EXPECT_NEAR(before->opacity, 0.72, kTolerance);
+    // The seam's window is 0.35 s either side; in the middle everything is half way.
+    const auto seam = settings.resolvedState(EditTime(2));
+    EXPECT_EQ(seam->clip.id, second.id);
+    expectRect(seam->rect, {0.3, 0.3, 0.3, 0.3});
+    EXPECT_NEAR(seam->opacity, 0.56, kTolerance);
+    EXPECT_NEAR(seam->featherAmount, 0.5, kTolerance);
+    const auto after = settings.resolvedState(EditTime(2.36));
+    expectRect(after->rect, second.rect);
+    EXPECT_NEAR(after->opacity, 0.4, kTolerance);
+    // The opacity never dips across the seam.
+    for (double t = 1.5; t < 2.5; t += 0.01) {
+        EXPECT_GE(settings.resolvedState(EditTime(t))->opacity, 0.4 - kTolerance) << t;
+    }
+}
+
+TEST(MaskResolvedState, InvertedDisabledAndDistantNeighboursDoNotGlide) {
+    MaskClip first = maskClip(0, 2);
+    MaskClip inverted = maskClip(2, 4);
+    inverted.isInverted = true;
+    MaskSettings settings;
+    settings.clips = {first, inverted};
+    EXPECT_NEAR(settings.resolvedState(EditTime(1.99))->opacity, 0.72 * 0.01 / 0.35, 1e-6);
+    MaskClip disabled = maskClip(2, 4);
+    disabled.isDisabled = true;
+    settings.clips = {first, disabled};
+    EXPECT_NEAR(settings.resolvedState(EditTime(1.99))->opacity, 0.72 * 0.01 / 0.35, 1e-6);
+    settings.clips = {first, maskClip(2.0011, 4)};
+    EXPECT_NEAR(settings.resolvedState(EditTime(1.99))->opacity, 0.72 * 0.01 / 0.35, 1e-6);
+    settings.clips = {first, maskClip(2.0009, 4)};
+    EXPECT_NEAR(settings.resolvedState(EditTime(1.99))->opacity, 0.72, 1e-6);
+}
+
+TEST(MaskResolvedState, ShortClipsNarrowTheirSideOfTheSeam) {
+    MaskClip first = maskClip(0, 2);
+    MaskClip shortClip = maskClip(2, 2.2);
+    shortClip.rect = {0.6, 0.6, 0.2, 0.2};
+    MaskSettings settings;
+    settings.clips = {first, shortClip};
+    // The window is [1.65, 2.1]: 0.35 on the long side, half of 0.2 on the short one.
+    const auto end = settings.resolvedState(EditTime(2.1));
+    expectRect(end->rect, shortClip.rect);
+    const double s = MaskBorder::smoothStep((2.0 - 1.65) / 0.45);
+    expectRect(settings.resolvedState(EditTime(2.0))->rect,
+               MaskRect::lerp(first.rect, shortClip.rect, s));
+}
+
 } // namespace
 } // namespace orvelle
