@@ -21,5 +21,6 @@ Command compositionCommand();
 Command transcriptWordsCommand();
 Command alignNormalizeCommand();
 Command alignCommand();
+Command framesCommand();
 
 } // namespace orvelle::cli

@@ -20,6 +20,7 @@ std::vector<Command> allCommands() {
         documentCommand(),
         projectNormalizeCommand(),
         timelineMapCommand(),
+        framesCommand(),
         transcribeCommand(),
         speechMelCommand(),
         speechRuntimeCommand(),

@@ -1,0 +1,108 @@
+#include "cli/frame_input.h"
+
+#include "cli/arguments.h"
+#include "cli/project_input.h"
+#include "core/file_url.h"
+#include "motion/zoom_activity_planner.h"
+#include "project/media_asset_metadata.h"
+
+#include <charconv>
+
+namespace orvelle::cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The first file of a track, if the take has one.
+std::optional<TakeSegmentManifest> firstSegment(const TakeManifest& manifest,
+                                                MediaTrackManifest::Kind kind) {
+    const auto segments = manifest.segmentsFor(kind);
+    if (segments.empty()) {
+        return std::nullopt;
+    }
+    return segments.front();
+}
+
+// The picture size a movie shows, or what the manifest recorded of it.
+std::optional<Size> movieSize(const fs::path& url,
+                              const std::optional<TakeSegmentManifest>& segment) {
+    if (const auto size = MediaAssetMetadata::naturalVideoSize(url)) {
+        return Size{size->width, size->height};
+    }
+    if (segment && segment->width && segment->height && *segment->width > 0 &&
+        *segment->height > 0) {
+        return Size{static_cast<double>(*segment->width), static_cast<double>(*segment->height)};
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+RenderFrameSource openFrameSource(const std::string& argument, Size stageSize) {
+    const fs::path path = standardizedPath(argument);
+    if (!fs::exists(path)) {
+        throw Error("\"" + argument + "\" does not exist.");
+    }
+    const bool isProjectJson = path.extension() == ".json" &&
+                               !path.filename().string().ends_with(".take.json") &&
+                               !fs::is_directory(path);
+    RenderFrameSource source;
+    fs::path screenURL;
+    if (isProjectJson) {
+        source.project = readProjectJson(path);
+    } else {
+        const EditorDocument document = openDocument(argument);
+        source.project = document.project;
+        screenURL = document.screenURL;
+    }
+    EditorProjectState& project = source.project;
+    const auto screen = firstSegment(project.manifest, MediaTrackManifest::Kind::screen);
+    if (screen) {
+        screenURL = screen->url;
+    }
+    if (screenURL.empty()) {
+        throw Error("\"" + argument +
+                    "\" names no screen recording: its take has no screen track.");
+    }
+
+    const auto cursor = firstSegment(project.manifest, MediaTrackManifest::Kind::cursor);
+    source.cursorRecording = RenderComposition::cursorRecording(
+        cursor ? std::optional<fs::path>(cursor->url) : std::nullopt, screenURL);
+
+    const bool neverBuilt = project.timeline.clips.empty();
+    project.timeline = seededTimeline(project.timeline, takeSourceDuration(project.manifest));
+    if (neverBuilt && !project.timeline.clips.empty()) {
+        const ResolvedEditTimeline timeline(EditTimeline::from(project.timeline));
+        project.animation.zoomClips = TimelineEngine::defaultAnimationClips(
+            EditTime(timeline.duration()), project.screen.zoomScale, source.cursorRecording.samples,
+            source.cursorRecording.clicks);
+    }
+
+    // A screen movie that cannot be read still has frames to describe: they fill the stage.
+    source.sourceNaturalSize = movieSize(screenURL, screen).value_or(stageSize);
+    if (const auto camera = firstSegment(project.manifest, MediaTrackManifest::Kind::camera)) {
+        source.cameraNaturalSize = movieSize(camera->url, camera);
+    }
+    source.stageSize = stageSize;
+    return source;
+}
+
+Size parseStageSize(const std::string& text, std::string_view option) {
+    const auto separator = text.find('x');
+    int width = 0;
+    int height = 0;
+    const auto parse = [](std::string_view part, int& value) {
+        const auto result = std::from_chars(part.data(), part.data() + part.size(), value);
+        return result.ec == std::errc() && result.ptr == part.data() + part.size() && value > 0;
+    };
+    if (separator == std::string::npos ||
+        !parse(std::string_view(text).substr(0, separator), width) ||
+        !parse(std::string_view(text).substr(separator + 1), height)) {
+        throw UsageError("The option " + std::string(option) +
+                         " takes a size such as 1920x1080, not \"" + text + "\".");
+    }
+    return {static_cast<double>(width), static_cast<double>(height)};
+}
+
+} // namespace orvelle::cli
