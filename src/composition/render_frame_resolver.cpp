@@ -8,6 +8,7 @@
 #include "timeline/timeline_engine.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace orvelle {
 
@@ -26,6 +27,13 @@ ZoomAnimationResolution zoomAtSourceTime(double sourceTime, const EditorProjectS
     return ZoomAnimationEnvelope::resolvedState(editTime, project.animation.zoomClips,
                                                 project.screen.zoomScale,
                                                 project.animation.screenStyle);
+}
+
+// The export never plans below scale 1, which cannot change the plan: the camera recentres
+// below 1.001 anyway.
+double planningScale(const ZoomAnimationResolution& zoom, const EditorProjectState& project) {
+    return std::max(ZoomFraming::cameraPlanningZoomScale(zoom, project.background.paddingAmount),
+                    1.0);
 }
 
 std::vector<CursorSample> bridgedSamples(const CursorRecording& recording) {
@@ -98,9 +106,7 @@ std::vector<CursorClick> preparedClicks(const CursorRecording& recording) {
 
 double cameraPlanningZoomScale(double sourceTime, const EditorProjectState& project,
                                const ResolvedEditTimeline& editTimeline) {
-    const auto zoom = zoomAtSourceTime(sourceTime, project, editTimeline);
-    return std::max(ZoomFraming::cameraPlanningZoomScale(zoom, project.background.paddingAmount),
-                    1.0);
+    return planningScale(zoomAtSourceTime(sourceTime, project, editTimeline), project);
 }
 
 double cameraPlanningCenterBias(double sourceTime, const EditorProjectState& project,
@@ -111,10 +117,22 @@ double cameraPlanningCenterBias(double sourceTime, const EditorProjectState& pro
 std::vector<CursorSample> preparedCameraSamples(const CursorRecording& recording,
                                                 const EditorProjectState& project,
                                                 const ResolvedEditTimeline& editTimeline) {
+    // Every sample asks for its scale and then its bias at the same time: resolve once for
+    // both, through an index of the lane.
+    const ZoomLaneIndex lane(project.animation.zoomClips, project.screen.zoomScale,
+                             project.animation.screenStyle);
+    double cachedTime = std::numeric_limits<double>::quiet_NaN();
+    ZoomAnimationResolution cached;
+    const auto zoomAt = [&](double sourceTime) -> const ZoomAnimationResolution& {
+        if (sourceTime != cachedTime) {
+            cached = lane.resolvedState(editTimeline.editTime(SourceTime(sourceTime)));
+            cachedTime = sourceTime;
+        }
+        return cached;
+    };
     return CameraMotionPlanner::cameraSamples(
-        bridgedSamples(recording),
-        [&](double t) { return cameraPlanningZoomScale(t, project, editTimeline); },
-        [&](double t) { return cameraPlanningCenterBias(t, project, editTimeline); },
+        bridgedSamples(recording), [&](double t) { return planningScale(zoomAt(t), project); },
+        [&](double t) { return zoomAt(t).centerBias; },
         screenAnimationConstants(project.animation.screenStyle).cameraSpring);
 }
 

@@ -1,7 +1,10 @@
 #include "motion/zoom_animation.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <limits>
+#include <map>
 #include <numbers>
 
 namespace orvelle {
@@ -120,6 +123,82 @@ void takeOver(ZoomAnimationResolution& state, const AnimationClip& clip, double 
     }
 }
 
+// The amount a clip has at t on its own, before any hand-off.
+double ownAmount(const AnimationClip& clip, double t, ScreenAnimationStyle style) {
+    return clip.instantAnimation
+               ? 1.0
+               : zoomEnvelopeAmount(clip.start.seconds, clip.end.seconds, t, style);
+}
+
+// Every index of a lane, in order.
+struct AllIndices {
+    size_t count;
+
+    struct Iterator {
+        size_t i;
+        size_t operator*() const { return i; }
+        Iterator& operator++() {
+            ++i;
+            return *this;
+        }
+        bool operator!=(const Iterator& other) const { return i != other.i; }
+    };
+    Iterator begin() const { return {0}; }
+    Iterator end() const { return {count}; }
+};
+
+// The clips that contain t take over in turn, in ascending list order: the larger amount
+// wins and at equal amounts the later clip, and a clip at amount 0 at its very first
+// instant still becomes the active one. Returns the active clip's index.
+template <class Indices>
+std::optional<size_t> takeOverPass(ZoomAnimationResolution& state,
+                                   std::span<const AnimationClip> clips, const Indices& indices,
+                                   double t, ScreenAnimationStyle style) {
+    double best = 0;
+    std::optional<size_t> active;
+    for (const size_t i : indices) {
+        const AnimationClip& clip = clips[i];
+        if (clip.isDisabled || t < clip.start.seconds || t > clip.end.seconds) {
+            continue;
+        }
+        const double amount = ownAmount(clip, t, style);
+        if (best <= amount) {
+            takeOver(state, clip, amount);
+            active = i;
+            best = amount;
+        }
+    }
+    return active;
+}
+
+// Two clips that touch neither dip to no zoom between them nor snap: the side with a
+// neighbour has no ramp, and scale, offset, tilt and bias glide across the seam.
+void handOff(ZoomAnimationResolution& state, const AnimationClip& clip,
+             const AnimationClip* previous, const AnimationClip* next, double t,
+             ScreenAnimationStyle style) {
+    if (next != nullptr &&
+        !(std::abs(next->start.seconds - clip.end.seconds) <= kAdjacencyTolerance)) {
+        next = nullptr;
+    }
+    if (previous != nullptr &&
+        !(std::abs(clip.start.seconds - previous->end.seconds) <= kAdjacencyTolerance)) {
+        previous = nullptr;
+    }
+    if (next == nullptr && previous == nullptr) {
+        return;
+    }
+    if (!clip.instantAnimation && clip.end.seconds - clip.start.seconds > 0) {
+        state.amount = zoomEnvelopeAmount(clip.start.seconds, clip.end.seconds, t, style,
+                                          previous != nullptr, next != nullptr);
+    }
+    if (next != nullptr && blend(state, clip, *next, clip.end.seconds, t, style)) {
+        return;
+    }
+    if (previous != nullptr) {
+        blend(state, *previous, clip, clip.start.seconds, t, style);
+    }
+}
+
 } // namespace
 
 const ScreenAnimationStyleConstants& screenAnimationConstants(ScreenAnimationStyle style) {
@@ -203,64 +282,23 @@ ZoomAnimationResolution resolvedState(EditTime time, std::span<const AnimationCl
     ZoomAnimationResolution state;
     state.zoomScale = defaultZoomScale;
     const double t = time.seconds;
-    double best = 0;
-    std::optional<size_t> activeIndex;
+    const auto active = takeOverPass(state, zoomClips, AllIndices{zoomClips.size()}, t, style);
+    if (!active) {
+        return state;
+    }
+    // With duplicate ids the first clip of that id in start order is the one whose
+    // neighbours count.
+    size_t canonical = *active;
     for (size_t i = 0; i < zoomClips.size(); ++i) {
-        const AnimationClip& clip = zoomClips[i];
-        if (clip.isDisabled || t < clip.start.seconds || t > clip.end.seconds) {
-            continue;
-        }
-        const double amount =
-            clip.instantAnimation
-                ? 1.0
-                : zoomEnvelopeAmount(clip.start.seconds, clip.end.seconds, t, style);
-        // At equal amounts the later clip wins, and a clip at amount 0 at its very first
-        // instant still becomes the active one.
-        if (best <= amount) {
-            takeOver(state, clip, amount);
-            activeIndex = i;
-            best = amount;
+        if (!zoomClips[i].isDisabled && sortsBefore(zoomClips, i, canonical) &&
+            zoomClips[i].id == zoomClips[canonical].id) {
+            canonical = i;
         }
     }
-    if (!activeIndex) {
-        return state;
-    }
-
-    // The hand-off between touching clips. With duplicate ids the first clip of that id in
-    // start order is the one whose neighbours count.
-    size_t active = *activeIndex;
-    for (size_t i = 0; i < zoomClips.size(); ++i) {
-        if (!zoomClips[i].isDisabled && zoomClips[i].id == zoomClips[active].id &&
-            sortsBefore(zoomClips, i, active)) {
-            active = i;
-        }
-    }
-    const AnimationClip& clip = zoomClips[active];
-    const Neighbours neighbours = neighboursInStartOrder(zoomClips, active);
-    const AnimationClip* next = nullptr;
-    const AnimationClip* previous = nullptr;
-    if (neighbours.next && std::abs(zoomClips[*neighbours.next].start.seconds - clip.end.seconds) <=
-                               kAdjacencyTolerance) {
-        next = &zoomClips[*neighbours.next];
-    }
-    if (neighbours.previous &&
-        std::abs(clip.start.seconds - zoomClips[*neighbours.previous].end.seconds) <=
-            kAdjacencyTolerance) {
-        previous = &zoomClips[*neighbours.previous];
-    }
-    if (next == nullptr && previous == nullptr) {
-        return state;
-    }
-    if (!clip.instantAnimation && clip.end.seconds - clip.start.seconds > 0) {
-        state.amount = zoomEnvelopeAmount(clip.start.seconds, clip.end.seconds, t, style,
-                                          previous != nullptr, next != nullptr);
-    }
-    if (next != nullptr && blend(state, clip, *next, clip.end.seconds, t, style)) {
-        return state;
-    }
-    if (previous != nullptr) {
-        blend(state, *previous, clip, clip.start.seconds, t, style);
-    }
+    const Neighbours neighbours = neighboursInStartOrder(zoomClips, canonical);
+    handOff(state, zoomClips[canonical],
+            neighbours.previous ? &zoomClips[*neighbours.previous] : nullptr,
+            neighbours.next ? &zoomClips[*neighbours.next] : nullptr, t, style);
     return state;
 }
 
@@ -296,6 +334,73 @@ AnimationPlaybackState animationState(EditTime time, std::span<const AnimationCl
 }
 
 } // namespace ZoomAnimationEnvelope
+
+ZoomLaneIndex::ZoomLaneIndex(std::vector<AnimationClip> zoomClips, double defaultZoomScale,
+                             ScreenAnimationStyle style)
+    : clips_(std::move(zoomClips)), defaultZoomScale_(defaultZoomScale), style_(style) {
+    positionOf_.assign(clips_.size(), 0);
+    std::map<Uuid, size_t> firstOfId;
+    for (size_t i = 0; i < clips_.size(); ++i) {
+        const AnimationClip& clip = clips_[i];
+        if (!std::isfinite(clip.start.seconds) || !std::isfinite(clip.end.seconds)) {
+            usable_ = false;
+        }
+        if (!clip.isDisabled) {
+            byStart_.push_back(i);
+        }
+    }
+    std::stable_sort(byStart_.begin(), byStart_.end(),
+                     [&](size_t a, size_t b) { return clips_[a].start < clips_[b].start; });
+    double latest = -std::numeric_limits<double>::infinity();
+    for (size_t k = 0; k < byStart_.size(); ++k) {
+        const AnimationClip& clip = clips_[byStart_[k]];
+        starts_.push_back(clip.start.seconds);
+        latest = std::max(latest, clip.end.seconds);
+        latestEnd_.push_back(latest);
+        // A duplicate id stands for the first clip of that id in start order.
+        const auto [first, inserted] = firstOfId.emplace(clip.id, k);
+        positionOf_[byStart_[k]] = first->second;
+    }
+}
+
+ZoomAnimationResolution ZoomLaneIndex::resolvedState(EditTime time) const {
+    const double t = time.seconds;
+    if (!usable_ || std::isnan(t)) {
+        return ZoomAnimationEnvelope::resolvedState(time, clips_, defaultZoomScale_, style_);
+    }
+    // The clips that contain t start at or before it and have not ended before it: walk
+    // back from the last start at or before t while some earlier clip still reaches t.
+    constexpr size_t kMostCandidates = 16;
+    std::array<size_t, kMostCandidates> candidates{};
+    size_t count = 0;
+    auto k =
+        static_cast<size_t>(std::upper_bound(starts_.begin(), starts_.end(), t) - starts_.begin());
+    while (k > 0 && latestEnd_[k - 1] >= t) {
+        --k;
+        if (clips_[byStart_[k]].end.seconds >= t) {
+            if (count == kMostCandidates) {
+                // Clips piled this high: the plain scan answers.
+                return ZoomAnimationEnvelope::resolvedState(time, clips_, defaultZoomScale_,
+                                                            style_);
+            }
+            candidates[count++] = byStart_[k];
+        }
+    }
+    std::sort(candidates.begin(), candidates.begin() + static_cast<long>(count));
+
+    ZoomAnimationResolution state;
+    state.zoomScale = defaultZoomScale_;
+    const auto active =
+        takeOverPass(state, clips_, std::span<const size_t>(candidates.data(), count), t, style_);
+    if (!active) {
+        return state;
+    }
+    const size_t position = positionOf_[*active];
+    const AnimationClip& clip = clips_[byStart_[position]];
+    handOff(state, clip, position > 0 ? &clips_[byStart_[position - 1]] : nullptr,
+            position + 1 < byStart_.size() ? &clips_[byStart_[position + 1]] : nullptr, t, style_);
+    return state;
+}
 
 namespace ZoomFraming {
 

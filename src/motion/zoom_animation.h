@@ -11,6 +11,7 @@
 
 #include <optional>
 #include <span>
+#include <vector>
 
 namespace orvelle {
 
@@ -99,6 +100,27 @@ AnimationPlaybackState animationState(EditTime time, std::span<const AnimationCl
                                       double defaultZoomScale, ScreenAnimationStyle style);
 
 } // namespace ZoomAnimationEnvelope
+
+// A zoom lane prepared for many lookups, as when the camera is planned over every pointer
+// sample of a long take: the same answers as ZoomAnimationEnvelope::resolvedState, each in
+// logarithmic time for a lane whose clips do not pile up. Immutable: any thread.
+class ZoomLaneIndex {
+public:
+    ZoomLaneIndex(std::vector<AnimationClip> zoomClips, double defaultZoomScale,
+                  ScreenAnimationStyle style);
+
+    ZoomAnimationResolution resolvedState(EditTime time) const;
+
+private:
+    std::vector<AnimationClip> clips_;
+    double defaultZoomScale_;
+    ScreenAnimationStyle style_;
+    bool usable_ = true;             // false: answer by the plain scan
+    std::vector<size_t> byStart_;    // the enabled clips, stably by start
+    std::vector<double> starts_;     // their starts
+    std::vector<double> latestEnd_;  // the latest end among byStart_[0...k]
+    std::vector<size_t> positionOf_; // a clip's place in byStart_, for its neighbours
+};
 
 // Where a zoomed picture lands. Coordinates are fractions of the frame along one axis;
 // the framing scale is the effective zoom times the padding scale.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -238,6 +239,61 @@ TEST(ZoomHandOff, TiltTurnsAsAVector) {
     const auto cancelled = at(4, {a, b});
     EXPECT_NEAR(cancelled.tiltDegrees, 0, 1e-9);
     EXPECT_EQ(cancelled.tiltDirectionDegrees, 350);
+}
+
+TEST(ZoomLaneIndexTest, AnswersExactlyAsThePlainScanOverRandomLanes) {
+    std::mt19937 random(29);
+    std::uniform_real_distribution<double> unit(0, 1);
+    for (int lane = 0; lane < 300; ++lane) {
+        std::vector<AnimationClip> clips;
+        const int count = static_cast<int>(unit(random) * 25);
+        double cursor = 0;
+        for (int i = 0; i < count; ++i) {
+            // Mostly laid end to end, some touching, some overlapping, some far apart.
+            const double kind = unit(random);
+            const double start = kind < 0.3   ? cursor
+                                 : kind < 0.5 ? cursor - unit(random) * 2
+                                              : cursor + unit(random) * 3;
+            AnimationClip c = clip(start, start + unit(random) * 4, 1 + unit(random) * 2);
+            c.instantAnimation = unit(random) < 0.1;
+            c.isDisabled = unit(random) < 0.1;
+            c.centerBias = unit(random) < 0.3;
+            c.tiltDegrees = unit(random) < 0.3 ? unit(random) * 50 : 0;
+            c.tiltDirectionDegrees = unit(random) * 360;
+            if (unit(random) < 0.3) {
+                c.zoomMode = AnimationZoomMode::manual;
+                c.manualOffset = ZoomManualOffset(unit(random) * 2 - 1, unit(random) * 2 - 1);
+            }
+            if (!clips.empty() && unit(random) < 0.05) {
+                c.id = clips[static_cast<size_t>(unit(random) * clips.size())].id;
+            }
+            cursor = c.end.seconds;
+            clips.push_back(c);
+        }
+        std::shuffle(clips.begin(), clips.end(), random);
+        const auto style = unit(random) < 0.5 ? kFocused : kSmooth;
+        const ZoomLaneIndex index(clips, 1.5, style);
+        for (int i = 0; i < 200; ++i) {
+            const double t = unit(random) * (cursor + 2) - 1;
+            ASSERT_EQ(index.resolvedState(EditTime(t)), at(t, clips, style)) << lane << " " << t;
+        }
+        // Exactly at every bound, where hand-offs and ties happen.
+        for (const auto& c : clips) {
+            for (const double t : {c.start.seconds, c.end.seconds}) {
+                ASSERT_EQ(index.resolvedState(EditTime(t)), at(t, clips, style)) << lane;
+            }
+        }
+    }
+}
+
+TEST(ZoomLaneIndexTest, ClipsPiledHighAndNotANumber) {
+    std::vector<AnimationClip> clips;
+    for (int i = 0; i < 40; ++i) {
+        clips.push_back(clip(i * 0.01, 10 + i * 0.01, 1 + i * 0.05));
+    }
+    const ZoomLaneIndex index(clips, 1.5, kFocused);
+    EXPECT_EQ(index.resolvedState(EditTime(5)), at(5, clips));
+    EXPECT_EQ(index.resolvedState(EditTime(std::nan(""))), at(std::nan(""), clips));
 }
 
 TEST(ZoomPhase, FollowsTheClipsTransitions) {

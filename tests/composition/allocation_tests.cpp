@@ -1,0 +1,112 @@
+// resolve runs for every frame of the preview and the export: it must not allocate.
+// This test binary counts every allocation to prove it.
+
+#include "composition/preview_composition_resolver.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+std::atomic<long> allocationCount{0};
+
+} // namespace
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+void* operator new(std::size_t size) {
+    allocationCount.fetch_add(1, std::memory_order_relaxed);
+    if (void* p = std::malloc(size == 0 ? 1 : size)) {
+        return p;
+    }
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
+#pragma GCC diagnostic pop
+
+namespace orvelle {
+namespace {
+
+template <class F>
+long allocationsOf(F&& work) {
+    const long before = allocationCount.load();
+    work();
+    return allocationCount.load() - before;
+}
+
+class ResolveAllocations : public ::testing::Test {
+protected:
+    ResolveAllocations() {
+        project.timeline.sourceDuration = SourceTime(100);
+        TimelineClip whole;
+        whole.id = Uuid::random();
+        whole.end = SourceTime(100);
+        project.timeline.clips = {whole};
+        for (int i = 0; i < 20; ++i) {
+            AnimationClip zoom;
+            zoom.id = Uuid::random();
+            zoom.start = EditTime(10 + i * 4);
+            zoom.end = EditTime(14 + i * 4); // touching: hand-offs everywhere
+            zoom.tiltDegrees = 10;
+            project.animation.zoomClips.push_back(zoom);
+        }
+        input.project = &project;
+        input.stageSize = {1920, 1080};
+        input.embeddedVideoSize = {1920, 1080};
+        input.movieRect = {0, 0, 1920, 1080};
+        input.cursorPoint = CursorPoint{0.3, 0.3, true};
+        input.cameraPoint = CursorPoint{0.3, 0.3, true};
+        input.hasCameraOverlay = true;
+        input.cameraVideoSize = Size{1280, 720};
+    }
+
+    EditorProjectState project;
+    PreviewCompositionInput input;
+};
+
+TEST_F(ResolveAllocations, NoneWithoutAnActiveClip) {
+    input.timelineTime = EditTime(5);
+    PreviewComposition result;
+    EXPECT_EQ(allocationsOf([&] { result = PreviewCompositionResolver::resolve(input); }), 0);
+    EXPECT_TRUE(result.cursor);
+    EXPECT_TRUE(result.camera);
+}
+
+TEST_F(ResolveAllocations, NoneWithZoomsLayoutsMasksAndFadesEither) {
+    CameraLayoutClip layout;
+    layout.id = Uuid::random();
+    layout.start = EditTime(13);
+    layout.end = EditTime(20);
+    layout.mode = CameraLayoutMode::fullscreen;
+    project.camera.dynamicLayoutClips = {layout};
+    MaskClip mask;
+    mask.id = Uuid::random();
+    mask.start = EditTime(10);
+    mask.end = EditTime(14);
+    MaskClip next = mask;
+    next.id = Uuid::random();
+    next.start = EditTime(14);
+    next.end = EditTime(18);
+    project.mask.clips = {mask, next};
+    project.timeline.clips[0].fadeOutDuration = 2;
+    const ResolvedEditTimeline timeline(EditTimeline::from(project.timeline));
+    input.editTimeline = &timeline;
+    input.timelineTime = EditTime(14.05);
+    input.cameraAnimationAmount = 1;
+    input.cameraZoomScale = 1.5;
+    PreviewComposition result;
+    EXPECT_EQ(allocationsOf([&] { result = PreviewCompositionResolver::resolve(input); }), 0);
+    EXPECT_TRUE(result.mask);
+    EXPECT_GT(result.screen.perspective.angleDegrees, 0);
+}
+
+} // namespace
+} // namespace orvelle
