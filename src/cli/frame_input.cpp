@@ -3,7 +3,7 @@
 #include "cli/arguments.h"
 #include "cli/project_input.h"
 #include "core/file_url.h"
-#include "motion/zoom_activity_planner.h"
+#include "editor/editor_store.h"
 #include "project/media_asset_metadata.h"
 
 #include <charconv>
@@ -70,13 +70,12 @@ RenderFrameSource openFrameSource(const std::string& argument, Size stageSize) {
     source.cursorRecording = RenderComposition::cursorRecording(
         cursor ? std::optional<fs::path>(cursor->url) : std::nullopt, screenURL);
 
-    const bool neverBuilt = project.timeline.clips.empty();
-    project.timeline = seededTimeline(project.timeline, takeSourceDuration(project.manifest));
-    if (neverBuilt && !project.timeline.clips.empty()) {
-        const ResolvedEditTimeline timeline(EditTimeline::from(project.timeline));
-        project.animation.zoomClips = TimelineEngine::defaultAnimationClips(
-            EditTime(timeline.duration()), project.screen.zoomScale, source.cursorRecording.samples,
-            source.cursorRecording.clicks);
+    if (project.timeline.clips.empty()) {
+        // Never built: as when the editor first opens the take.
+        EditorStore store(project);
+        store.resetTimeline(takeSourceDuration(project.manifest), project.screen.zoomScale,
+                            source.cursorRecording.samples, source.cursorRecording.clicks);
+        project = store.project();
     }
 
     // A screen movie that cannot be read still has frames to describe: they fill the stage.
