@@ -29,6 +29,65 @@ namespace fs = std::filesystem;
 // Shorter than this, a click or a piece of one is not worth playing.
 constexpr double kClickTolerance = 0.001;
 
+std::optional<Size> naturalSize(const fs::path& url) {
+    if (const auto size = MediaAssetMetadata::naturalVideoSize(url)) {
+        return Size{size->width, size->height};
+    }
+    return std::nullopt;
+}
+
+// The click file's length; absent when it is missing or unreadable, which only means no
+// click sounds.
+std::optional<double> clickSoundLength(const fs::path& url) {
+    try {
+        const MediaProbe probe = probeMediaFile(url);
+        const AudioStreamInfo* audio = probe.firstAudio();
+        const double length =
+            audio != nullptr && audio->duration > 0 ? audio->duration : probe.duration;
+        if (audio != nullptr && std::isfinite(length) && length > 0) {
+            return length;
+        }
+    } catch (const Error& error) {
+        logInfo("export", "click sound not used: ", error.what());
+    }
+    return std::nullopt;
+}
+
+// The camera as a second video track; absent when the take has no camera picture under the
+// clips.
+std::optional<int32_t> addOptionalCameraTrack(MediaComposition& composition,
+                                              const TakeManifest& manifest,
+                                              const std::vector<TimelineClip>& clips) {
+    const auto segments =
+        TimelineCompositionSource::loadVideoSegments(manifest, MediaTrackManifest::Kind::camera);
+    if (segments.empty()) {
+        return std::nullopt;
+    }
+    const int32_t trackID = composition.addTrack(CompositionMediaType::video).trackID;
+    if (TimelineComposition::insertVideoSegments(composition, trackID, segments, clips) == 0) {
+        composition.removeTrack(trackID);
+        return std::nullopt;
+    }
+    return trackID;
+}
+
+void addClicks(MediaComposition& composition, AudioMix& mix, const RenderExportSettings& settings,
+               const Resources& resources, const std::vector<CursorClick>& clicks,
+               const ResolvedEditTimeline& editTimeline) {
+    const EditorProjectState& project = settings.project;
+    const double volume = project.cursor.clickSoundVolume;
+    if (!(volume > 0) || !project.audio.isEnabled || !resources.clickSoundURL) {
+        return;
+    }
+    const auto length = clickSoundLength(*resources.clickSoundURL);
+    if (!length) {
+        return;
+    }
+    addClickAudioTracks(composition, mix, playableClickEditTimes(clicks, editTimeline),
+                        *resources.clickSoundURL, *length, std::min(volume, 1.0),
+                        editTimeline.duration());
+}
+
 } // namespace
 
 std::vector<double> playableClickEditTimes(const std::vector<CursorClick>& clicks,
@@ -142,6 +201,79 @@ videoInstructions(int64_t timelineEnd, int32_t screenTrackID, const CompositionT
                                 withCamera ? std::optional(cameraTrack->trackID) : std::nullopt});
     }
     return instructions;
+}
+
+Output build(const RenderExportSettings& settings, const Resources& resources,
+             std::stop_token stop) {
+    const EditorProjectState& project = settings.project;
+    const TakeManifest& manifest = project.manifest;
+
+    // The denoised microphone files stand in for the recorded ones.
+    auto source = TimelineCompositionSource::load(
+        manifest, denoisedMicrophoneURLs(manifest, project.audio, resources.noiseReductionCache));
+    if (!source) {
+        throw RenderExportError(RenderExportErrorCode::missingVideoTrack);
+    }
+    throwIfCancelled(stop);
+
+    // The resolver and the media work from the same clips and timeline.
+    RenderFrameSource frameSource;
+    frameSource.project = project;
+    TimelineState& timeline = frameSource.project.timeline;
+    if (!(timeline.sourceDuration.seconds > 0)) {
+        timeline.sourceDuration = SourceTime(source->duration);
+    }
+    timeline.clips = settings.timelineClips;
+    const auto clips = normalizedTimelineClips(settings.timelineClips, timeline.sourceDuration);
+    const auto editTimeline =
+        renderEditTimeline(clips, timeline.deletedGaps, timeline.sourceDuration);
+    if (clips.empty() || !(editTimeline.duration() > 0)) {
+        throw RenderExportError(RenderExportErrorCode::emptyTimeline);
+    }
+
+    const auto voiceActivity = VoiceActivityDetector::sourceIntervals(
+        manifest.segmentsFor(MediaTrackManifest::Kind::microphone));
+    throwIfCancelled(stop);
+    auto made = TimelineComposition::make(clips, *source, project.audio, project.music.clips,
+                                          voiceActivity);
+    if (!made) {
+        throw RenderExportError(RenderExportErrorCode::emptyTimeline);
+    }
+
+    Output output;
+    output.composition = std::move(made->composition);
+    AudioMix mix = std::move(made->audioMix);
+    output.screenTrackID = made->videoTrackID;
+    output.timelineDuration = editTimeline.duration();
+    output.width = settings.width;
+    output.height = settings.height;
+    output.fps = settings.fps;
+    output.cameraTrackID = addOptionalCameraTrack(output.composition, manifest, clips);
+
+    frameSource.cursorRecording =
+        RenderComposition::cursorRecording(settings.cursorURL, settings.sourceURL);
+    frameSource.sourceNaturalSize = source->naturalWidth > 0 && source->naturalHeight > 0
+                                        ? Size{source->naturalWidth, source->naturalHeight}
+                                        : naturalSize(settings.sourceURL)
+                                              .value_or(Size{static_cast<double>(settings.width),
+                                                             static_cast<double>(settings.height)});
+    if (output.cameraTrackID) {
+        const auto camera = manifest.segmentsFor(MediaTrackManifest::Kind::camera);
+        frameSource.cameraNaturalSize = naturalSize(camera.front().url);
+    }
+    frameSource.stageSize = {static_cast<double>(settings.width),
+                             static_cast<double>(settings.height)};
+    addClicks(output.composition, mix, settings, resources,
+              preparedClicks(frameSource.cursorRecording), editTimeline);
+    throwIfCancelled(stop);
+    output.resolver = std::make_shared<RenderFrameResolver>(std::move(frameSource));
+    if (!output.composition.tracksOfType(CompositionMediaType::audio).empty()) {
+        output.audioMix = std::move(mix);
+    }
+    output.instructions = videoInstructions(
+        mediaTicks(output.timelineDuration), output.screenTrackID,
+        output.cameraTrackID ? output.composition.track(*output.cameraTrackID) : nullptr);
+    return output;
 }
 
 } // namespace RenderComposition

@@ -1,10 +1,14 @@
 #pragma once
 
-// The export's composition: the take's media laid out in edit time (screen, optional
-// camera, the audio roles, music under its envelope, the click sounds on lanes) and the
-// stretches of the movie with the source tracks each one draws from. Pure functions on
-// values; any thread.
+// The export's composition, built once from a snapshot of the edit: the take's media laid
+// out in edit time (screen, optional camera, the audio roles, music under its envelope, the
+// click sounds on lanes), the stretches of the movie with the source tracks each draws
+// from, and the resolver that works out each frame's geometry. Building reads files
+// (probes, pointer data, voice activity, denoised copies): keep it off the main thread. The
+// other functions are pure. The output is a value except for its resolver, which
+// accumulates motion over the frames asked of it.
 
+#include "composition/render_frame_resolver.h"
 #include "project/cursor_recording.h"
 #include "timeline/resolved_edit_timeline.h"
 #include "timeline_media/media_composition.h"
@@ -46,7 +50,23 @@ struct Output {
     int32_t screenTrackID = 0;
     std::optional<int32_t> cameraTrackID; // absent when the take has no camera picture
     std::vector<OrvelleCompositionInstruction> instructions; // cover [0, timelineDuration)
+    // The geometry of the frame at a composition time; thread-safe, and motion accumulates
+    // over the frames in the order they are asked for.
+    std::shared_ptr<RenderFrameResolver> resolver;
 };
+
+// What the build finds outside the snapshot.
+struct Resources {
+    std::optional<std::filesystem::path> clickSoundURL; // absent: no click sounds
+    NoiseReductionCache noiseReductionCache;
+};
+
+// Throws RenderExportError: missingVideoTrack when the take's screen cannot be read,
+// emptyTimeline when nothing would play; CancellationError when stopped between its
+// steps. Pointer data, the click sound, the camera and music that are missing or
+// unreadable leave the movie with less in it.
+Output build(const RenderExportSettings& settings, const Resources& resources,
+             std::stop_token stop = {});
 
 // The edit times of the clicks that play: those inside a clip (start <= time < end), in
 // click order. None on a timeline of no length.

@@ -1,6 +1,10 @@
 // The export's composition: which clicks sound and on which lane, the camera's stretches
 // and the instructions cut from them.
 
+#include "core/cancellation.h"
+#include "support/temporary_directory.h"
+#include "support/test_media.h"
+#include "support/tiny_take.h"
 #include "timeline_media/render_composition.h"
 
 #include <gtest/gtest.h>
@@ -209,6 +213,155 @@ TEST(VideoInstructions, TheLastPieceEndsAtTheTimelinesEndNotAFrameBoundary) {
     EXPECT_EQ(instructions.back().timeRange.end(), end);
     // The pieces tile the timeline.
     EXPECT_EQ(instructions[0].timeRange.end(), instructions[1].timeRange.start);
+}
+
+// Building from a snapshot of a tiny real take.
+class RenderCompositionBuild : public ::testing::Test {
+protected:
+    testing::TemporaryDirectory directory;
+    std::filesystem::path clickURL = directory / "Sounds" / "click.wav";
+
+    void SetUp() override {
+        std::filesystem::create_directories(clickURL.parent_path());
+        testing::writeAudioFile(clickURL, testing::sineTone(2000, 0.2, 48000, 2), {48000, 2});
+    }
+
+    RenderExportSettings settingsFor(const testing::TinyTake& take,
+                                     std::vector<TimelineClip> clips) {
+        RenderExportSettings settings;
+        settings.sourceURL = take.screenURL;
+        settings.outputURL = directory / "out.mp4";
+        settings.width = 320;
+        settings.height = 180;
+        settings.fps = 30;
+        settings.project.manifest = take.manifest;
+        settings.project.timeline.sourceDuration = SourceTime(take.manifest.duration());
+        settings.project.timeline.clips = clips;
+        settings.cursorURL = take.cursorURL;
+        settings.timelineClips = std::move(clips);
+        return settings;
+    }
+
+    RenderComposition::Resources resources() const {
+        return {clickURL, NoiseReductionCache(directory / "denoised")};
+    }
+
+    static std::vector<const CompositionTrack*> tracksOf(const RenderComposition::Output& output,
+                                                         const std::filesystem::path& url) {
+        std::vector<const CompositionTrack*> tracks;
+        for (const auto& track : output.composition.tracks) {
+            if (!track.insertions.empty() &&
+                output.composition.media[static_cast<size_t>(track.insertions[0].mediaID)] == url) {
+                tracks.push_back(&track);
+            }
+        }
+        return tracks;
+    }
+};
+
+TEST_F(RenderCompositionBuild, LaysOutScreenSoundAndClicksInEditTime) {
+    const auto take = testing::writeTinyTake(directory / "take", {.clicks = {0.2, 0.25, 1.2}});
+    // A cut from 0.6 to 1.0 s: the click at 1.2 s plays at 0.8 s of the movie.
+    const auto output =
+        RenderComposition::build(settingsFor(take, {clip(1.0, 2.0), clip(0, 0.6)}), resources());
+    EXPECT_NEAR(output.timelineDuration, 1.6, 1e-9);
+    EXPECT_EQ(output.width, 320);
+    EXPECT_EQ(output.height, 180);
+    EXPECT_EQ(output.fps, 30);
+    const auto* screen = output.composition.track(output.screenTrackID);
+    ASSERT_NE(screen, nullptr);
+    ASSERT_EQ(screen->insertions.size(), 2u); // clips sorted by start
+    EXPECT_EQ(screen->insertions[0].sourceRange, MediaTimeRange::between(0, 0.6));
+    EXPECT_EQ(screen->insertions[1].editRange, MediaTimeRange::between(0.6, 1.6));
+    EXPECT_FALSE(output.cameraTrackID);
+
+    EXPECT_FALSE(tracksOf(output, *take.microphoneURL).empty());
+    const auto clicks = tracksOf(output, clickURL);
+    ASSERT_EQ(clicks.size(), 2u); // 0.2 and 0.25 overlap; 0.8 reuses the first lane
+    ASSERT_EQ(clicks[0]->insertions.size(), 2u);
+    EXPECT_EQ(clicks[0]->insertions[0].editRange.start, mediaTicks(0.2));
+    EXPECT_EQ(clicks[0]->insertions[1].editRange.start, mediaTicks(0.8));
+    EXPECT_EQ(clicks[1]->insertions[0].editRange.start, mediaTicks(0.25));
+    ASSERT_TRUE(output.audioMix);
+    EXPECT_FLOAT_EQ(output.audioMix->parameters(clicks[0]->trackID)->volume(0.3), 0.15f);
+
+    ASSERT_EQ(output.instructions.size(), 1u);
+    EXPECT_EQ(output.instructions[0].timeRange, MediaTimeRange::between(0, 1.6));
+
+    // The resolver works on the same timeline: 0.7 s of the movie is 1.1 s of the take.
+    ASSERT_TRUE(output.resolver);
+    const FrameComposition frame = output.resolver->resolve(0.7);
+    EXPECT_NEAR(frame.sourceTime.seconds, 1.1, 1e-6);
+    EXPECT_EQ(frame.stageSize, (Size{320, 180}));
+    EXPECT_EQ(frame.sourceNaturalSize, (Size{160, 96}));
+}
+
+TEST_F(RenderCompositionBuild, LessContentWithoutPointerClickSoundAudioOrVolume) {
+    const auto take = testing::writeTinyTake(directory / "take");
+    const auto clips = std::vector<TimelineClip>{clip(0, 2)};
+    const auto count = [&](const RenderComposition::Output& output) {
+        return tracksOf(output, clickURL).size();
+    };
+    EXPECT_EQ(count(RenderComposition::build(settingsFor(take, clips), resources())), 2u);
+
+    auto silentClicks = settingsFor(take, clips);
+    silentClicks.project.cursor.clickSoundVolume = 0;
+    EXPECT_EQ(count(RenderComposition::build(silentClicks, resources())), 0u);
+
+    auto noResource = resources();
+    noResource.clickSoundURL = directory / "missing.wav";
+    EXPECT_EQ(count(RenderComposition::build(settingsFor(take, clips), noResource)), 0u);
+
+    auto muted = settingsFor(take, clips);
+    muted.project.audio.isEnabled = false;
+    const auto mutedOutput = RenderComposition::build(muted, resources());
+    EXPECT_FALSE(mutedOutput.audioMix);
+    EXPECT_TRUE(mutedOutput.composition.tracksOfType(CompositionMediaType::audio).empty());
+
+    const auto bare =
+        testing::writeTinyTake(directory / "bare", {.withMicrophone = false, .withPointer = false});
+    const auto bareOutput = RenderComposition::build(settingsFor(bare, clips), resources());
+    EXPECT_FALSE(bareOutput.audioMix);
+    EXPECT_FALSE(bareOutput.resolver->resolve(0.5).preview.cursor);
+}
+
+TEST_F(RenderCompositionBuild, ACameraOverPartOfTheTakeAlternatesInstructions) {
+    const auto take = testing::writeTinyTake(directory / "take", {.camera = std::pair{0.5, 1.5}});
+    const auto output = RenderComposition::build(settingsFor(take, {clip(0, 2)}), resources());
+    ASSERT_TRUE(output.cameraTrackID);
+    ASSERT_EQ(output.instructions.size(), 3u);
+    EXPECT_FALSE(output.instructions[0].cameraTrackID);
+    EXPECT_EQ(output.instructions[1].cameraTrackID, output.cameraTrackID);
+    EXPECT_EQ(output.instructions[1].timeRange, MediaTimeRange::between(0.5, 1.5));
+    EXPECT_FALSE(output.instructions[2].cameraTrackID);
+    EXPECT_EQ(output.resolver->resolve(1.0).cameraNaturalSize, (Size{64, 48}));
+}
+
+TEST_F(RenderCompositionBuild, RefusesAnEmptyTimelineAndATakeWithoutItsScreen) {
+    const auto take = testing::writeTinyTake(directory / "take");
+    const auto code = [&](const RenderExportSettings& settings) {
+        try {
+            RenderComposition::build(settings, resources());
+        } catch (const RenderExportError& error) {
+            return std::optional(error.code());
+        }
+        return std::optional<RenderExportErrorCode>();
+    };
+    EXPECT_EQ(code(settingsFor(take, {})), RenderExportErrorCode::emptyTimeline);
+    EXPECT_EQ(code(settingsFor(take, {clip(1, 1)})), RenderExportErrorCode::emptyTimeline);
+    // Clips past the take's end are held to it and then have no length.
+    EXPECT_EQ(code(settingsFor(take, {clip(5, 6)})), RenderExportErrorCode::emptyTimeline);
+    std::filesystem::remove(take.screenURL);
+    EXPECT_EQ(code(settingsFor(take, {clip(0, 2)})), RenderExportErrorCode::missingVideoTrack);
+}
+
+TEST_F(RenderCompositionBuild, StopsWhenCancelled) {
+    const auto take = testing::writeTinyTake(directory / "take");
+    std::stop_source stop;
+    stop.request_stop();
+    EXPECT_THROW(
+        RenderComposition::build(settingsFor(take, {clip(0, 2)}), resources(), stop.get_token()),
+        CancellationError);
 }
 
 } // namespace

@@ -1,0 +1,83 @@
+#include "support/tiny_take.h"
+
+#include "project/cursor_recording.h"
+#include "project/recording_take_builder.h"
+#include "support/test_media.h"
+
+#include <cmath>
+
+namespace orvelle::testing {
+
+TinyTake writeTinyTake(const std::filesystem::path& folder, const TinyTakeOptions& options) {
+    std::filesystem::create_directories(folder);
+    TinyTake take;
+    take.screenURL = folder / "Tiny Take.mp4";
+    const int frames = static_cast<int>(std::lround(options.seconds * options.frameRate));
+    TestMovieOptions movie;
+    movie.width = options.width;
+    movie.height = options.height;
+    movie.frameRate = options.frameRate;
+    movie.frameCount = frames;
+    writeNumberedMovie(take.screenURL, movie);
+
+    RecordedMediaSegment screen;
+    screen.url = take.screenURL;
+    screen.duration = options.seconds;
+    screen.mediaDuration = options.seconds;
+    screen.width = options.width;
+    screen.height = options.height;
+
+    std::vector<RecordedMediaSegment> microphones;
+    if (options.withMicrophone) {
+        take.microphoneURL = folder / "Tiny Take-microphone-001.wav";
+        writeAudioFile(*take.microphoneURL, sineTone(440, options.seconds, 48000, 1), {48000, 1});
+        RecordedMediaSegment microphone;
+        microphone.kind = MediaTrackManifest::Kind::microphone;
+        microphone.url = *take.microphoneURL;
+        microphone.duration = options.seconds;
+        microphone.mediaDuration = options.seconds;
+        microphones.push_back(microphone);
+    }
+
+    std::vector<RecordedMediaSegment> cameras;
+    if (options.camera) {
+        const auto [from, to] = *options.camera;
+        take.cameraURL = folder / "Tiny Take-camera-001.mp4";
+        TestMovieOptions cameraMovie;
+        cameraMovie.width = 64;
+        cameraMovie.height = 48;
+        cameraMovie.frameRate = options.frameRate;
+        cameraMovie.frameCount = static_cast<int>(std::lround((to - from) * options.frameRate));
+        writeNumberedMovie(*take.cameraURL, cameraMovie);
+        RecordedMediaSegment camera;
+        camera.kind = MediaTrackManifest::Kind::camera;
+        camera.url = *take.cameraURL;
+        camera.programStart = from;
+        camera.duration = to - from;
+        camera.mediaDuration = to - from;
+        camera.width = 64;
+        camera.height = 48;
+        cameras.push_back(camera);
+    }
+
+    if (options.withPointer) {
+        take.cursorURL = CursorRecording::fileURL(take.screenURL);
+        CursorRecording pointer;
+        pointer.captureFrame = {0, 0, static_cast<double>(options.width),
+                                static_cast<double>(options.height)};
+        for (double t = 0; t <= options.seconds + 1e-9; t += 1.0 / 60) {
+            const double f = t / options.seconds;
+            pointer.samples.push_back({t, 0.2 + 0.6 * f, 0.3 + 0.4 * f * f, true});
+        }
+        for (const double time : options.clicks) {
+            pointer.clicks.push_back({time, 0});
+        }
+        pointer.save(*take.cursorURL);
+    }
+    take.manifest =
+        TakeManifestWriter::write(take.screenURL, {screen}, cameras, microphones, take.cursorURL);
+    take.manifestURL = folder / "Tiny Take.take.json";
+    return take;
+}
+
+} // namespace orvelle::testing
