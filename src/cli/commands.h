@@ -22,5 +22,6 @@ Command transcriptWordsCommand();
 Command alignNormalizeCommand();
 Command alignCommand();
 Command framesCommand();
+Command sampleTakeCommand();
 
 } // namespace orvelle::cli

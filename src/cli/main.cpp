@@ -15,6 +15,8 @@ using orvelle::cli::Command;
 
 std::vector<Command> allCommands() {
     using namespace orvelle::cli;
+    // One command a line, so that adding one never touches the others.
+    // clang-format off
     return {
         mediaProbeCommand(),
         documentCommand(),
@@ -32,7 +34,9 @@ std::vector<Command> allCommands() {
         transcriptWordsCommand(),
         alignCommand(),
         alignNormalizeCommand(),
+        sampleTakeCommand(),
     };
+    // clang-format on
 }
 
 void printOverview(const std::vector<Command>& commands) {

@@ -194,7 +194,10 @@ struct MovieWriter::State {
                                     : static_cast<int>(std::lround(rate * 2));
             av_dict_set(&options, "profile", "high", 0);
             const bool live = settings.pacing == WriterPacing::realTime;
-            av_dict_set(&options, "preset", live ? "superfast" : "faster", 0);
+            const char* preset = video.speed == EncoderSpeed::fastest        ? "ultrafast"
+                                 : video.speed == EncoderSpeed::fast || live ? "superfast"
+                                                                             : "faster";
+            av_dict_set(&options, "preset", preset, 0);
             if (live) {
                 av_dict_set(&options, "tune", "zerolatency", 0);
             }

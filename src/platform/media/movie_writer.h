@@ -35,6 +35,8 @@ enum class VideoCodec {
 
 enum class WriterPacing { offline, realTime };
 
+enum class EncoderSpeed { balanced, fast, fastest };
+
 enum class WavSampleFormat { int16, float32 };
 
 struct MovieVideoSettings {
@@ -44,6 +46,9 @@ struct MovieVideoSettings {
     double frameRate = 60;      // nominal; frame times may vary
     int64_t averageBitRate = 0; // bits a second for H.264; 0 picks width * height * 2.8
     int keyframeInterval = 0;   // frames; 0 picks two seconds' worth
+    // H.264 only: trades a larger file for less encoding time (a real-time writer is always
+    // at least `fast`).
+    EncoderSpeed speed = EncoderSpeed::balanced;
 };
 
 struct MovieAudioSettings {
