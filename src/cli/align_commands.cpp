@@ -67,7 +67,7 @@ Json tokenText(const CTCVocabulary& vocabulary, int id) {
 }
 
 int runAlignNormalize(const Arguments& arguments) {
-    const std::string text = arguments.positional(0, "the text to normalise");
+    const std::string& text = arguments.positional(0, "the text to normalise");
     const std::vector<AlignmentInputWord> words = wordsOfText(text);
     const std::optional<CTCVocabulary> vocabulary = chosenVocabulary(arguments);
 

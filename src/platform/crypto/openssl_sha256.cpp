@@ -40,7 +40,7 @@ public:
         }
         static constexpr char kHex[] = "0123456789abcdef";
         std::string text;
-        text.reserve(length * 2);
+        text.reserve(static_cast<size_t>(length) * 2);
         for (unsigned int i = 0; i < length; ++i) {
             text.push_back(kHex[digest[i] >> 4]);
             text.push_back(kHex[digest[i] & 15]);

@@ -110,8 +110,9 @@ void AlignmentModelBundle::verifyChecksums() const {
         if (const size_t colon = hex.find(':'); colon != std::string::npos) {
             const std::string algorithm = hex.substr(0, colon);
             if (algorithm != "sha256") {
-                failValidation("unsupported checksum algorithm '" + algorithm + "' for '" + path +
-                               "'");
+                std::string reason = "unsupported checksum algorithm '" + algorithm;
+                reason += "' for '" + path + "'";
+                failValidation(reason);
             }
             hex.erase(0, colon + 1);
         }

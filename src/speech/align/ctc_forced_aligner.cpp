@@ -89,7 +89,7 @@ CTCAlignmentPath align(const CTCFrameLogProbabilities& logProbabilities,
     const int states = 2 * tokenCount + 1;
     std::vector<int> extended(static_cast<size_t>(states), blankTokenID);
     for (int k = 0; k < tokenCount; ++k) {
-        extended[static_cast<size_t>(2 * k + 1)] = target.tokenIDs[static_cast<size_t>(k)];
+        extended[2 * static_cast<size_t>(k) + 1] = target.tokenIDs[static_cast<size_t>(k)];
     }
     // Whether state s may be entered from s - 2: a token state whose token differs from the
     // one before it (equal neighbours must pass through the blank between them).

@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <tuple>
 
 namespace orvelle {
 
@@ -23,7 +24,10 @@ struct RuntimeKey {
     std::string sourceID;     // the model folder's standardised path
     std::string computeUnits; // "ane", "gpu", "cpu" or "all"
 
-    friend auto operator<=>(const RuntimeKey&, const RuntimeKey&) = default;
+    friend bool operator==(const RuntimeKey&, const RuntimeKey&) = default;
+    friend bool operator<(const RuntimeKey& a, const RuntimeKey& b) {
+        return std::tie(a.sourceID, a.computeUnits) < std::tie(b.sourceID, b.computeUnits);
+    }
 };
 
 class ParakeetTranscriberRuntime {
