@@ -9,6 +9,9 @@ namespace orvelle::cli {
 Command mediaProbeCommand();
 Command documentCommand();
 Command projectNormalizeCommand();
+Command projectSaveCommand();
+Command editCommand();
+Command cursorCommand();
 Command timelineMapCommand();
 Command speechMelCommand();
 Command speechRuntimeCommand();

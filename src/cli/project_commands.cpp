@@ -1,6 +1,8 @@
 #include "cli/commands.h"
 #include "cli/output.h"
 #include "cli/project_input.h"
+#include "editor/editor_store.h"
+#include "project/orvelle_project_package.h"
 
 #include <iostream>
 
@@ -20,7 +22,36 @@ int runProjectNormalize(const Arguments& arguments) {
     return 0;
 }
 
+int runProjectSave(const Arguments& arguments) {
+    const EditorDocument document = openDocument(arguments.positional(0, "the document to save"));
+    // The project the editor would show: a fresh take gets its timeline and zooms first.
+    EditorStore store(document.project);
+    loadDocument(store, document, document.project.screen.zoomScale);
+    const auto package = OrvelleProjectPackage::write(
+        store.project(), arguments.positional(1, "the package to write"));
+    if (arguments.flag("--json")) {
+        printJson({{"package", package.string()}});
+        return 0;
+    }
+    std::cout << package.string() << "\n";
+    return 0;
+}
+
 } // namespace
+
+Command projectSaveCommand() {
+    return {"project save",
+            "save a document as a self-contained project package",
+            "orvelle project save DOCUMENT OUT[.orvelle] [--json]\n\n"
+            "Opens DOCUMENT as the editor does (a take, a bare movie or a package; a take\n"
+            "that was never saved gets its timeline over the whole take and zooms from its\n"
+            "pointer data) and saves it as the package OUT, \".orvelle\" appended when\n"
+            "missing: project.json, take.json, media/ and cursor/ with every file the edit\n"
+            "uses, and the transcript sidecars. An existing package is replaced only once\n"
+            "the new one is complete. Prints the package's path.",
+            {{"--json"}},
+            runProjectSave};
+}
 
 Command projectNormalizeCommand() {
     return {"project normalize",

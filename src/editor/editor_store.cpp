@@ -69,6 +69,18 @@ EditorSelectionState normalizedSelection(const EditorSelectionState& selection,
     return normalized(selection, project);
 }
 
+void loadDocument(EditorStore& store, const EditorDocument& document, double defaultZoomScale) {
+    store.replaceProject(document, false);
+    // A saved timeline stands; one never built (no clips) is seeded like a fresh take's.
+    if (document.hasSavedProject && !document.project.timeline.clips.empty()) {
+        return;
+    }
+    const auto pointer = takeCursorRecording(document.manifest);
+    store.resetTimeline(takeSourceDuration(document.manifest), defaultZoomScale,
+                        pointer ? pointer->samples : std::vector<CursorSample>{},
+                        pointer ? pointer->clicks : std::vector<CursorClick>{});
+}
+
 EditorStore::EditorStore(EditorProjectState project) : project_(std::move(project)) {}
 
 Subscription EditorStore::observeProject(std::function<void(const EditorProjectState&)> f) const {

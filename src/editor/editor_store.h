@@ -221,6 +221,12 @@ private:
 EditorSelectionState normalizedSelection(const EditorSelectionState& selection,
                                          const EditorProjectState& project);
 
+// What the editor does when it opens a document: the store takes its project with an empty
+// history, and a take never saved as a project gets a timeline over the whole take (its
+// length probed where the manifest does not say) with zooms planned from its pointer data
+// at the given scale. A saved project stands as it was saved.
+void loadDocument(EditorStore& store, const EditorDocument& document, double defaultZoomScale);
+
 // The length of a new lane clip before it is fitted into free space.
 inline constexpr double kNewRangeClipDuration = 3.0;
 

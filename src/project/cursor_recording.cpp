@@ -2,6 +2,8 @@
 
 #include "core/file_url.h"
 #include "core/files.h"
+#include "core/log.h"
+#include "project/take_manifest.h"
 
 namespace orvelle {
 
@@ -16,6 +18,19 @@ CursorRecording CursorRecording::load(const std::filesystem::path& url) {
 void CursorRecording::save(const std::filesystem::path& url) const {
     // About 216,000 samples an hour: no indentation, which would nearly double the file.
     writeFileAtomically(url, encodeJson(*this).dump() + "\n");
+}
+
+std::optional<CursorRecording> takeCursorRecording(const TakeManifest& manifest) {
+    const auto segments = manifest.segmentsFor(MediaTrackManifest::Kind::cursor);
+    if (segments.empty()) {
+        return std::nullopt;
+    }
+    try {
+        return CursorRecording::load(segments.front().url);
+    } catch (const Error& error) {
+        logWarning("cursor", "no pointer data: ", error.what());
+        return std::nullopt;
+    }
 }
 
 CodableRect JsonCoder<CodableRect>::decode(const Json& json, const JsonDecodeContext& context) {

@@ -8,6 +8,7 @@
 #include "core/json.h"
 
 #include <filesystem>
+#include <optional>
 #include <vector>
 
 namespace orvelle {
@@ -65,6 +66,13 @@ struct CursorRecording {
 
     friend bool operator==(const CursorRecording&, const CursorRecording&) = default;
 };
+
+struct TakeManifest;
+
+// The pointer data of a take: the file of its first cursor segment. Absent when the take
+// has none or the file cannot be read (which is logged): the take then has no pointer
+// data, and nothing else is lost.
+std::optional<CursorRecording> takeCursorRecording(const TakeManifest& manifest);
 
 template <>
 struct JsonCoder<CodableRect> {

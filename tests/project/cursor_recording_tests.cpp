@@ -1,5 +1,6 @@
 #include "core/files.h"
 #include "project/cursor_recording.h"
+#include "project/recording_take_builder.h"
 #include "support/temporary_directory.h"
 
 #include <gtest/gtest.h>
@@ -93,6 +94,27 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(CursorRecording, AMissingFileIsAFileError) {
     TemporaryDirectory folder;
     EXPECT_THROW(CursorRecording::load(folder / "none.cursor.json"), FileError);
+}
+
+TEST(CursorRecording, OfATakeIsItsCursorSegmentsFileWhenItReads) {
+    TemporaryDirectory folder;
+    const auto screen = folder / "Take.mov";
+    RecordedMediaSegment segment;
+    segment.url = screen;
+    segment.duration = 4;
+    const auto manifest =
+        TakeManifestWriter::write(screen, {segment}, {}, {}, folder / "Take.cursor.json");
+    // Listed but not written: no pointer data.
+    EXPECT_EQ(takeCursorRecording(manifest), std::nullopt);
+    CursorRecording recording;
+    recording.clicks = {{1.5, 1}};
+    recording.save(folder / "Take.cursor.json");
+    EXPECT_EQ(takeCursorRecording(manifest), recording);
+    writeTextFile(folder / "Take.cursor.json", "{\"version\": 1}");
+    EXPECT_EQ(takeCursorRecording(manifest), std::nullopt);
+    EXPECT_EQ(
+        takeCursorRecording(TakeManifestWriter::write(screen, {segment}, {}, {}, std::nullopt)),
+        std::nullopt);
 }
 
 } // namespace
