@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Decode throughput of a 1080p60 H.264 and a ProRes 422 Proxy movie: `orvelle media decode`
 # against `ffmpeg -i SRC -f null -` on the same file, side by side. Goal: ratio >= 0.9.
+# Each figure is the best of RUNS runs (default 3), taken in turns so that a change in the
+# machine's load falls on both sides alike. Besides the wall-clock rates it prints the
+# processor time ratio, which a busy machine disturbs less.
 # Usage: bench/decode_throughput.sh BUILD_DIR
 set -euo pipefail
 build=${1:-build/release}
@@ -8,6 +11,7 @@ orvelle="$build/bin/orvelle"
 media="$build/bench-media"
 mkdir -p "$media"
 seconds=${DECODE_SECONDS:-10}
+runs=${RUNS:-3}
 h264="$media/screen-1080p60-h264.mp4"
 prores="$media/screen-1080p60-prores.mov"
 # A moving test picture with fine detail, no audio: only the video decoders are compared.
@@ -20,27 +24,31 @@ if [[ ! -s "$prores" ]]; then
     -c:v prores_ks -profile:v 0 -qscale:v 8 -pix_fmt yuv422p10le "$prores"
 fi
 
-best_of() { # best wall time of three runs of a command, in seconds
-  local best=""
-  for _ in 1 2 3; do
-    local start end took
-    start=$(date +%s.%N)
-    "$@" >/dev/null 2>&1
-    end=$(date +%s.%N)
-    took=$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')
-    best=$(awk -v t="$took" -v b="$best" 'BEGIN { print (b == "" || t < b) ? t : b }')
-  done
-  echo "$best"
+timing=$(mktemp)
+trap 'rm -f "$timing"' EXIT
+# Runs a command once; prints its wall time and its processor time (user + system).
+measure() {
+  /usr/bin/time -f '%e %U %S' -o "$timing" "$@" >/dev/null 2>&1
+  awk '{ print $1, $2 + $3 }' "$timing"
 }
+smaller() { awk -v a="$1" -v b="$2" 'BEGIN { print (b == "" || a < b) ? a : b }'; }
 
 frames=$((seconds * 60))
-printf '%-10s %-8s %10s %10s %8s\n' source layout orvelle ffmpeg ratio
+echo "load average: $(cut -d' ' -f1-3 /proc/loadavg); best of $runs"
+printf '%-7s %-8s %10s %10s %7s %9s\n' source layout orvelle ffmpeg ratio cpu-ratio
 for source in "$h264" "$prores"; do
-  reference=$(best_of ffmpeg -v error -i "$source" -f null -)
   for layout in yuv420p bgra; do
-    ours=$(best_of "$orvelle" media decode "$source" --layout "$layout")
-    awk -v n="$(basename "${source##*-}" | cut -d. -f1)" -v l="$layout" -v f="$frames" \
-      -v o="$ours" -v r="$reference" \
-      'BEGIN { printf "%-10s %-8s %8.0f/s %8.0f/s %8.2f\n", n, l, f / o, f / r, r / o }'
+    ours_wall="" ours_cpu="" ref_wall="" ref_cpu=""
+    for _ in $(seq "$runs"); do
+      read -r wall cpu < <(measure ffmpeg -v error -i "$source" -f null -)
+      ref_wall=$(smaller "$wall" "$ref_wall") ref_cpu=$(smaller "$cpu" "$ref_cpu")
+      read -r wall cpu < <(measure "$orvelle" media decode "$source" --layout "$layout")
+      ours_wall=$(smaller "$wall" "$ours_wall") ours_cpu=$(smaller "$cpu" "$ours_cpu")
+    done
+    name=$(basename "${source##*-}" | cut -d. -f1)
+    awk -v n="$name" -v l="$layout" -v f="$frames" -v o="$ours_wall" -v r="$ref_wall" \
+      -v oc="$ours_cpu" -v rc="$ref_cpu" \
+      'BEGIN { printf "%-7s %-8s %8.0f/s %8.0f/s %7.2f %9.2f\n", n, l, f / o, f / r, r / o, rc / oc }'
   done
 done
+echo "load average: $(cut -d' ' -f1-3 /proc/loadavg)"

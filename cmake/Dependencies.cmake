@@ -66,3 +66,9 @@ message(STATUS "ONNX Runtime: ${ORVELLE_ONNXRUNTIME_LIBRARY}")
 # Timeline media: FFmpeg's filters (noise reduction) and pitch-preserving tempo change.
 pkg_check_modules(FFMPEG_FILTER REQUIRED IMPORTED_TARGET libavfilter)
 pkg_check_modules(RUBBERBAND REQUIRED IMPORTED_TARGET rubberband)
+# Media: libyuv's vectorised YUV to BGRA for decoded pictures (Debian ships no pkg-config file).
+find_path(LIBYUV_INCLUDE_DIR libyuv.h REQUIRED)
+find_library(LIBYUV_LIBRARY yuv REQUIRED)
+add_library(orvelle_libyuv INTERFACE)
+target_include_directories(orvelle_libyuv SYSTEM INTERFACE ${LIBYUV_INCLUDE_DIR})
+target_link_libraries(orvelle_libyuv INTERFACE ${LIBYUV_LIBRARY})

@@ -1,12 +1,10 @@
 #include "platform/media/detail/ffmpeg_util.h"
+#include "platform/media/detail/picture_converter.h"
 #include "platform/media/video_decoder.h"
-
-extern "C" {
-#include <libavutil/imgutils.h>
-}
 
 #include <cmath>
 #include <deque>
+#include <optional>
 
 namespace orvelle {
 
@@ -25,7 +23,7 @@ struct VideoDecoder::State {
     int streamIndex = 0;
     detail::CodecContextPtr codec;
     detail::PacketPtr packet = detail::makePacket();
-    detail::SwsPtr scaler;
+    std::optional<detail::PictureConverter> converter;
     int outputWidth = 0;
     int outputHeight = 0;
     int64_t startTicks = 0; // the container's start in stream ticks
@@ -216,47 +214,9 @@ struct VideoDecoder::State {
     }
 
     void convert(const AVFrame* source, VideoFrame& frame) {
-        frame.allocate(options.layout, outputWidth, outputHeight);
+        converter->convert(source, frame, path);
         frame.presentationTime = seconds(ticks(source));
         frame.duration = frameDurationSeconds(source);
-        const auto sourceFormat = static_cast<AVPixelFormat>(source->format);
-        const AVPixelFormat destinationFormat = detail::pixelFormat(options.layout);
-        uint8_t* destination[4] = {frame.planes[0].data(), nullptr, nullptr, nullptr};
-        int destinationStrides[4] = {frame.strides[0], 0, 0, 0};
-        if (options.layout == PixelLayout::yuv420p) {
-            for (int plane = 1; plane < 3; ++plane) {
-                destination[plane] = frame.planes[static_cast<size_t>(plane)].data();
-                destinationStrides[plane] = frame.strides[static_cast<size_t>(plane)];
-            }
-        }
-        if (sourceFormat == destinationFormat && source->width == outputWidth &&
-            source->height == outputHeight) {
-            for (int plane = 0; plane < frame.planeCount(); ++plane) {
-                av_image_copy_plane(destination[plane], destinationStrides[plane],
-                                    source->data[plane], source->linesize[plane],
-                                    frame.planeWidthBytes(plane), frame.planeHeight(plane));
-            }
-            return;
-        }
-        const bool scaling = source->width != outputWidth || source->height != outputHeight;
-        SwsContext* previous = scaler.release();
-        scaler.reset(sws_getCachedContext(
-            previous, source->width, source->height, sourceFormat, outputWidth, outputHeight,
-            destinationFormat, scaling ? SWS_BICUBIC : SWS_BILINEAR, nullptr, nullptr, nullptr));
-        if (!scaler) {
-            throw MediaError("Could not convert the pictures of " + detail::quoted(path) + ".");
-        }
-        const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(sourceFormat);
-        const bool sourceIsYuv =
-            descriptor != nullptr && (descriptor->flags & AV_PIX_FMT_FLAG_RGB) == 0;
-        const bool fullRange =
-            source->color_range == AVCOL_RANGE_JPEG || sourceFormat == AV_PIX_FMT_YUVJ420P ||
-            sourceFormat == AV_PIX_FMT_YUVJ422P || sourceFormat == AV_PIX_FMT_YUVJ444P;
-        const AVColorSpace space = detail::effectiveColorSpace(source->colorspace, source->height);
-        detail::setColorDetails(scaler.get(), space, sourceIsYuv && fullRange, sourceIsYuv,
-                                options.layout == PixelLayout::yuv420p);
-        sws_scale(scaler.get(), source->data, source->linesize, 0, source->height, destination,
-                  destinationStrides);
     }
 };
 
@@ -281,6 +241,7 @@ VideoDecoder::VideoDecoder(const std::filesystem::path& path, VideoDecoderOption
     }
     s.outputWidth = options.outputWidth > 0 ? options.outputWidth : storedWidth;
     s.outputHeight = options.outputHeight > 0 ? options.outputHeight : storedHeight;
+    s.converter.emplace(options.layout, s.outputWidth, s.outputHeight, options.threadCount);
     // Times count from the container's start, so that a file's streams stay in step.
     if (s.input->start_time != AV_NOPTS_VALUE) {
         s.startTicks = av_rescale_q(s.input->start_time, AV_TIME_BASE_Q, s.stream->time_base);

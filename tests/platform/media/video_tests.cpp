@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 
 namespace orvelle {
 namespace {
@@ -145,6 +146,101 @@ TEST(VideoDecoder, HandsOutScaledAndPlanarPictures) {
     EXPECT_LT(row[5], 40);
     EXPECT_NEAR(frame.presentationTime, 1 / 30.0, 1e-4);
 }
+
+// Both layouts, from 8-bit 4:2:0 (H.264) and 10-bit 4:2:2 (ProRes), at a size that is no
+// multiple of any vector width.
+struct LayoutCase {
+    const char* name;
+    VideoCodec codec;
+    MovieContainer container;
+    PixelLayout layout;
+};
+
+const LayoutCase layoutCases[] = {
+    {"H264Bgra", VideoCodec::h264High, MovieContainer::mp4, PixelLayout::bgra},
+    {"H264Yuv", VideoCodec::h264High, MovieContainer::mp4, PixelLayout::yuv420p},
+    {"ProResBgra", VideoCodec::proRes422Proxy, MovieContainer::mov, PixelLayout::bgra},
+    {"ProResYuv", VideoCodec::proRes422Proxy, MovieContainer::mov, PixelLayout::yuv420p},
+};
+
+class PictureLayouts : public ::testing::TestWithParam<LayoutCase> {
+protected:
+    void SetUp() override {
+        options.codec = GetParam().codec;
+        options.container = GetParam().container;
+        options.width = 170;
+        options.height = 102;
+        options.frameCount = 4;
+        path = directory /
+               (std::string("m.") + (options.container == MovieContainer::mp4 ? "mp4" : "mov"));
+        testing::writeNumberedMovie(path, options);
+    }
+
+    TemporaryDirectory directory;
+    testing::TestMovieOptions options;
+    std::filesystem::path path;
+};
+
+TEST_P(PictureLayouts, AreTheSameInBandsOnAnyNumberOfThreads) {
+    std::vector<VideoFrame> single;
+    VideoDecoder one(path, {GetParam().layout, 0, 0, 1});
+    VideoFrame frame;
+    while (one.nextFrame(frame)) {
+        single.push_back(frame);
+    }
+    ASSERT_EQ(single.size(), 4u);
+    for (const int threads : {2, 3, 8}) {
+        VideoDecoder many(path, {GetParam().layout, 0, 0, threads});
+        for (const auto& expected : single) {
+            ASSERT_TRUE(many.nextFrame(frame));
+            for (int plane = 0; plane < frame.planeCount(); ++plane) {
+                for (int y = 0; y < frame.planeHeight(plane); ++y) {
+                    ASSERT_EQ(std::memcmp(frame.row(plane, y), expected.row(plane, y),
+                                          static_cast<size_t>(frame.planeWidthBytes(plane))),
+                              0)
+                        << threads << " threads, plane " << plane << ", row " << y;
+                }
+            }
+        }
+    }
+}
+
+TEST_P(PictureLayouts, KeepTheColoursOfThePicture) {
+    VideoDecoder decoder(path, {GetParam().layout});
+    VideoFrame frame;
+    for (int number = 0; decoder.nextFrame(frame); ++number) {
+        VideoFrame painted;
+        testing::paintNumberedFrame(painted, number, options.width, options.height);
+        // The flat lower half, in BGRA or as BT.601 limited-range YUV (a small picture).
+        double difference = 0;
+        long count = 0;
+        for (int y = options.height * 5 / 8; y < options.height - 1; y += 2) {
+            for (int x = 0; x + 1 < options.width; x += 2) {
+                const uint8_t* p = painted.row(0, y) + 4 * x;
+                const double b = p[0];
+                const double g = p[1];
+                const double r = p[2];
+                if (GetParam().layout == PixelLayout::bgra) {
+                    const uint8_t* q = frame.row(0, y) + 4 * x;
+                    difference += std::abs(q[0] - b) + std::abs(q[1] - g) + std::abs(q[2] - r);
+                    count += 3;
+                    continue;
+                }
+                const double luma = 16 + (65.481 * r + 128.553 * g + 24.966 * b) / 255;
+                const double u = 128 + (-37.797 * r - 74.203 * g + 112.0 * b) / 255;
+                const double v = 128 + (112.0 * r - 93.786 * g - 18.214 * b) / 255;
+                difference += std::abs(frame.row(0, y)[x] - luma) +
+                              std::abs(frame.row(1, y / 2)[x / 2] - u) +
+                              std::abs(frame.row(2, y / 2)[x / 2] - v);
+                count += 3;
+            }
+        }
+        EXPECT_LT(difference / static_cast<double>(count), 4.0) << "frame " << number;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Sources, PictureLayouts, ::testing::ValuesIn(layoutCases),
+                         [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 TEST(VideoDecoder, ReusesTheStorageOfAFrameHandedBack) {
     TemporaryDirectory directory;
