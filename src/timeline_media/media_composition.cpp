@@ -128,6 +128,32 @@ void AudioMixInputParameters::setVolumeRamp(float fromVolume, float toVolume,
     ramps.insert(position, VolumeRamp{timeRange, fromVolume, toVolume});
 }
 
+void AudioMixInputParameters::fadeThroughSilence(int64_t atTick, int64_t fadeTicks) {
+    const int64_t from = std::max<int64_t>(atTick - fadeTicks, 0);
+    const int64_t to = atTick + fadeTicks;
+    const float before = volume(mediaSeconds(from));
+    const float after = volume(mediaSeconds(to));
+    // The ramp that plays on past the dip, taken up again where the dip ends.
+    std::optional<VolumeRamp> goingOn;
+    const auto current =
+        std::upper_bound(ramps.begin(), ramps.end(), to, [](int64_t tick, const VolumeRamp& r) {
+            return tick < r.timeRange.start;
+        });
+    if (current != ramps.begin() && (current - 1)->timeRange.end() > to) {
+        const VolumeRamp& ramp = *(current - 1);
+        goingOn = VolumeRamp{{to, ramp.timeRange.end() - to}, after, ramp.toVolume};
+    }
+    // Ramps that start inside the dip are replaced by it and by what goes on after it.
+    std::erase_if(ramps, [&](const VolumeRamp& r) {
+        return r.timeRange.start >= from && r.timeRange.start <= to;
+    });
+    setVolumeRamp(before, 0, {from, atTick - from});
+    setVolumeRamp(0, after, {atTick, to - atTick});
+    if (goingOn) {
+        setVolumeRamp(goingOn->fromVolume, goingOn->toVolume, goingOn->timeRange);
+    }
+}
+
 float AudioMixInputParameters::volume(double editSeconds) const {
     float level = 1;
     fillVolumes(std::llround(editSeconds * 48000.0), 1, 48000, &level);

@@ -104,6 +104,9 @@ struct AudioMixInputParameters {
 
     void setVolume(float volume, int64_t atTick);
     void setVolumeRamp(float fromVolume, float toVolume, MediaTimeRange timeRange);
+    // Dips the volume to silence at `atTick`: down over `fadeTicks` before it, up again over
+    // as many after it, to whatever the ramps give there; elsewhere nothing changes.
+    void fadeThroughSilence(int64_t atTick, int64_t fadeTicks);
     float volume(double editSeconds) const;
     // The volume at each of `count` samples from sample `startFrame` at `sampleRate`.
     void fillVolumes(int64_t startFrame, size_t count, int sampleRate, float* volumes) const;

@@ -161,4 +161,24 @@ void applyMixVolumes(AudioMixInputParameters& parameters,
     }
 }
 
+void applyJoinFades(AudioMixInputParameters& parameters, const CompositionTrack& track) {
+    const auto& insertions = track.insertions;
+    for (size_t i = 1; i < insertions.size(); ++i) {
+        const auto& before = insertions[i - 1];
+        const auto& after = insertions[i];
+        const bool joined = before.editRange.end() == after.editRange.start;
+        const bool goesOn = before.mediaID == after.mediaID &&
+                            before.sourceRange.end() == after.sourceRange.start &&
+                            before.rate() == after.rate();
+        if (!joined || goesOn) {
+            continue;
+        }
+        const int64_t length = std::min(
+            {kMicroFadeTicks, before.editRange.duration / 2, after.editRange.duration / 2});
+        if (length > 0) {
+            parameters.fadeThroughSilence(after.editRange.start, length);
+        }
+    }
+}
+
 } // namespace orvelle::TimelineAudioMicroFade

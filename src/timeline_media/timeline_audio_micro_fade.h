@@ -90,6 +90,11 @@ void applyMixVolumes(AudioMixInputParameters& parameters,
                      const std::vector<TimelineAudioSplicePlan>& plans,
                      const std::vector<float>& volumes, int subtrack);
 
+// Where one insertion of `track` ends as the next begins but the material does not go on
+// (a looped file starting over), the sound dips to silence over a micro-fade on each side,
+// on top of the volumes already in `parameters`.
+void applyJoinFades(AudioMixInputParameters& parameters, const CompositionTrack& track);
+
 } // namespace TimelineAudioMicroFade
 
 } // namespace orvelle

@@ -171,7 +171,9 @@ insertMusicClips(MediaComposition& composition, const std::vector<MusicClip>& mu
             continue;
         }
         const int mediaID = composition.mediaID(found->second.url);
-        const int64_t fileLength = mediaTicks(found->second.mediaDuration);
+        // Whole ticks of the file: a loop never runs past its last sample into silence.
+        const auto fileLength = static_cast<int64_t>(
+            std::floor(found->second.mediaDuration * static_cast<double>(kMediaTimescale)));
         // The clip plays from its offset to the file's end, then from the file's start
         // again, until the clip ends.
         int64_t position =
@@ -218,10 +220,13 @@ std::optional<TimelineCompositionResult> make(const std::vector<TimelineClip>& c
     result.audioLayout.musicTrackID =
         insertMusicClips(result.composition, musicClips, source.musicSources, result.duration);
     if (result.audioLayout.musicTrackID) {
-        applyMusicEnvelope(result.audioMix.mutableParameters(*result.audioLayout.musicTrackID),
+        const int32_t musicTrackID = *result.audioLayout.musicTrackID;
+        auto& parameters = result.audioMix.mutableParameters(musicTrackID);
+        applyMusicEnvelope(parameters,
                            musicEnvelopeSegments(musicClips, clips, !audioSettings.isEnabled,
                                                  voiceActivity, audioSettings.musicVolume,
                                                  result.duration));
+        TimelineAudioMicroFade::applyJoinFades(parameters, *result.composition.track(musicTrackID));
     }
     return result;
 }

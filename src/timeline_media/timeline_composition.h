@@ -85,7 +85,8 @@ void insertAudioTracks(MediaComposition& composition, AudioMix& mix,
                        const std::vector<TimelineClip>& clips, const AudioSettings& audioSettings);
 
 // One track for all music clips: each clip plays its file from its offset, looped when the
-// file is shorter than the clip. Absent when no clip gives anything.
+// file is shorter than the clip. Absent when no clip gives anything. `make` dips the music to
+// silence for a micro-fade on each side of every wrap (TimelineAudioMicroFade::applyJoinFades).
 std::optional<int32_t>
 insertMusicClips(MediaComposition& composition, const std::vector<MusicClip>& musicClips,
                  const std::map<std::string, TimelineCompositionMusicSource>& sources,

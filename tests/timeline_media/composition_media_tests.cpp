@@ -114,6 +114,29 @@ TEST_F(CompositionMedia, RendersAnyRangeInAnyOrderAsAContinuousRenderDoes) {
     EXPECT_EQ(after, std::vector<float>(200, 0.0f));
 }
 
+TEST_F(CompositionMedia, AClipSplitBetweenTicksSoundsAsTheWholeClip) {
+    // Splits that fall between ticks, where the material simply goes on: no sample may be
+    // played twice or dropped at a join, so the mix is the unsplit clip's, sample for sample.
+    const auto source = toneTake(440, 4);
+    const auto whole = TimelineComposition::make({clip(0.5, 3.5)}, source, {}, {}, {});
+    ASSERT_TRUE(whole);
+    const double splits[] = {0.5, 1.0008, 1.3341, 1.9995, 2.6669, 3.0, 3.5};
+    std::vector<TimelineClip> pieces;
+    for (size_t i = 0; i + 1 < std::size(splits); ++i) {
+        pieces.push_back(clip(splits[i], splits[i + 1]));
+    }
+    const auto split = TimelineComposition::make(pieces, source, {}, {}, {});
+    ASSERT_TRUE(split);
+    CompositionAudioMixer wholeMixer(whole->composition, whole->audioMix);
+    CompositionAudioMixer splitMixer(split->composition, split->audioMix);
+    ASSERT_EQ(splitMixer.frameCount(), wholeMixer.frameCount());
+    const auto expected = render(wholeMixer, 0, static_cast<size_t>(wholeMixer.frameCount()));
+    const auto mixed = render(splitMixer, 0, static_cast<size_t>(splitMixer.frameCount()));
+    for (size_t i = 0; i < mixed.size(); ++i) {
+        ASSERT_EQ(mixed[i], expected[i]) << "sample " << i / 2;
+    }
+}
+
 TEST_F(CompositionMedia, ACutBetweenTwoTonesHasNoClick) {
     // The first half of the take plays 440 Hz, the second 660 Hz; the edit jumps from the
     // middle of one to the middle of the other, at an arbitrary phase.
@@ -210,6 +233,47 @@ TEST_F(CompositionMedia, LoopsMusicUnderTheEnvelope) {
     EXPECT_NEAR(peak(2, 2.4), 0.4f, 0.03f);   // 0.8 at half volume, in the first loop
     EXPECT_NEAR(peak(3.2, 3.6), 0.4f, 0.03f); // and in the third
     EXPECT_LT(peak(5.01, 6), 1e-6f);
+}
+
+TEST_F(CompositionMedia, ALoopedMusicFileWrapsAroundWithoutAClick) {
+    // 1.5 s of a tone that stops part way through its cycle, looped from 1 s to 5 s: the
+    // file starts over at 2.5 s and 4 s, where the waveform jumps.
+    auto source = toneTake(440, 6);
+    const auto music = directory.path() / "loop.wav";
+    writeAudioFile(music, sineTone(223.3, 1.5, rate, 2, 0.8f), {rate, 2});
+    source.musicSources["music-0001"] = {music, {}, 1.5};
+    AudioSettings settings;
+    settings.microphoneVolume = 0;
+    settings.musicVolume = 0.5;
+    const std::vector musicClips{
+        MusicClip{Uuid::random(), EditTime(1), EditTime(5), 0, "music-0001", "Loop"}};
+    const auto result = TimelineComposition::make({clip(0, 6)}, source, settings, musicClips, {});
+    ASSERT_TRUE(result);
+    const int32_t musicTrack = *result->audioLayout.musicTrackID;
+    CompositionAudioMixer mixer(result->composition, result->audioMix);
+    const auto mixed = render(mixer, 0, static_cast<size_t>(mixer.frameCount()));
+    // The steepest step of the tone at half volume is 2 pi 223.3 0.4 / 48000 = 0.0117.
+    EXPECT_LT(largestStep(mixed), 0.015f);
+    // The dip is brief: 10 ms after a wrap the music is back at its level.
+    auto peak = [&](double from, double to) {
+        float value = 0;
+        for (int64_t i = mixerFrame(from); i < mixerFrame(to); ++i) {
+            value = std::max(value, std::fabs(mixed[static_cast<size_t>(2 * i)]));
+        }
+        return value;
+    };
+    for (const double wrap : {2.5, 4.0}) {
+        EXPECT_LT(peak(wrap - 0.0005, wrap + 0.0005), 0.05f) << wrap;
+        EXPECT_NEAR(peak(wrap + 0.01, wrap + 0.05), 0.4f, 0.01f) << wrap;
+        EXPECT_NEAR(peak(wrap - 0.05, wrap - 0.01), 0.4f, 0.01f) << wrap;
+    }
+    // The same track under the envelope alone clicks at each wrap.
+    AudioMix envelopeOnly;
+    TimelineComposition::applyMusicEnvelope(
+        envelopeOnly.mutableParameters(musicTrack),
+        TimelineComposition::musicEnvelopeSegments(musicClips, {clip(0, 6)}, false, {}, 0.5, 6));
+    CompositionAudioMixer clicking(result->composition, envelopeOnly);
+    EXPECT_GT(largestStep(render(clicking, 0, static_cast<size_t>(clicking.frameCount()))), 0.1f);
 }
 
 TEST_F(CompositionMedia, TheVideoReaderFindsTheFrameOfAnyEditTime) {

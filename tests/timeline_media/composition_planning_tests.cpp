@@ -88,6 +88,69 @@ TEST(SegmentTimelinePlanner, KeepsGapsForMissingAndShortMedia) {
     EXPECT_EQ(TimelineComposition::editDuration({}), 0.0);
 }
 
+TEST(SegmentTimelinePlanner, JoinedInsertionsMeetOnTheSameTick) {
+    // Clips with boundaries between ticks, at assorted speeds, some split where the
+    // material simply goes on; and a clip over two files. Rounding each insertion's start
+    // and length apart would make neighbours overlap or part by a tick.
+    const std::vector segments{segment(0, 0, 50, 0, 50), segment(1, 50, 90, 0.25, 40)};
+    std::mt19937 random(11);
+    std::uniform_real_distribution<double> position(0, 88);
+    std::uniform_real_distribution<double> length(0.01, 3);
+    const double speeds[] = {1, 1, 1, 0.75, 1.5, 2.37};
+    for (int round = 0; round < 200; ++round) {
+        std::vector<TimelineClip> clips;
+        for (int i = 0; i < 12; ++i) {
+            const double speed = speeds[random() % std::size(speeds)];
+            const double start =
+                random() % 3 == 0 && !clips.empty() ? clips.back().end.seconds : position(random);
+            clips.push_back(clip(start, std::min(start + length(random), 90.0), speed));
+        }
+        clips.push_back(clip(49.3337, 50.6661)); // over the join of the two files
+        const auto insertions = SegmentTimelinePlanner::mediaInsertions(clips, segments);
+        ASSERT_FALSE(insertions.empty());
+        EXPECT_EQ(insertions.front().editTimeRange.start, 0);
+        EXPECT_EQ(insertions.back().editTimeRange.end(),
+                  mediaTicks(TimelineComposition::editDuration(clips)));
+        for (size_t i = 0; i < insertions.size(); ++i) {
+            const auto& insertion = insertions[i];
+            if (insertion.clip.sanitisedSpeed() == 1.0) {
+                EXPECT_EQ(insertion.sourceRange.duration, insertion.editTimeRange.duration)
+                    << "speed 1 plays at exactly speed 1";
+            }
+            if (i == 0) {
+                continue;
+            }
+            const auto& before = insertions[i - 1];
+            ASSERT_EQ(before.editTimeRange.end(), insertion.editTimeRange.start)
+                << "round " << round << ", insertion " << i;
+            const bool sameMaterial = before.mediaIndex == insertion.mediaIndex &&
+                                      before.clip.end == insertion.clip.start &&
+                                      before.clip.speed == insertion.clip.speed;
+            if (sameMaterial) {
+                EXPECT_EQ(before.sourceRange.end(), insertion.sourceRange.start)
+                    << "material that goes on goes on without a jump";
+            }
+        }
+        // No drift: every insertion starts within a tick of where its seconds put it.
+        for (const auto& insertion : insertions) {
+            double editStart = 0;
+            for (const auto& c : clips) {
+                if (c.id == insertion.clip.id) {
+                    break;
+                }
+                editStart += c.editDuration();
+            }
+            const auto& source = segments[static_cast<size_t>(insertion.mediaIndex)];
+            const double lo = std::max(insertion.clip.start.seconds, source.programStart);
+            editStart += (lo - insertion.clip.start.seconds) / insertion.clip.sanitisedSpeed();
+            EXPECT_LE(std::llabs(insertion.editTimeRange.start - mediaTicks(editStart)), 1);
+            EXPECT_LE(std::llabs(insertion.sourceRange.start -
+                                 mediaTicks(lo - source.programStart + source.mediaStart)),
+                      1);
+        }
+    }
+}
+
 TimelineCompositionAudioSegment audioSegment(int media, double editStart, double editLength,
                                              double mediaStart, double speed = 1,
                                              double boundsStart = 0, double boundsLength = 100) {
@@ -242,6 +305,56 @@ TEST(TimelineComposition, LoopsAShortMusicFileOverALongClip) {
         edit += expectedSource[i].durationSeconds();
     }
     EXPECT_EQ(composition.media.size(), 1u);
+}
+
+TEST(AudioMixInputParameters, FadesThroughSilenceAndLeavesTheRestAsItWas) {
+    // Random ramps and holds; a dip anywhere, inside a ramp, on a hold, over ramp starts.
+    std::mt19937 random(7);
+    for (int round = 0; round < 300; ++round) {
+        AudioMixInputParameters parameters;
+        parameters.setVolume(0, 0);
+        int64_t tick = 0;
+        for (int i = 0; i < 8; ++i) {
+            tick += static_cast<int64_t>(random() % 40);
+            const auto length = static_cast<int64_t>(random() % 30);
+            parameters.setVolumeRamp(static_cast<float>(random() % 100) / 100,
+                                     static_cast<float>(random() % 100) / 100, {tick, length});
+        }
+        const auto dip = static_cast<int64_t>(3 + random() % (tick + 10));
+        const int64_t fade = 1 + static_cast<int64_t>(random() % 3);
+        AudioMixInputParameters dipped = parameters;
+        dipped.fadeThroughSilence(dip, fade);
+        auto at = [](const AudioMixInputParameters& p, int64_t t) {
+            return p.volume(mediaSeconds(t));
+        };
+        for (int64_t t = 0; t < tick + 60; ++t) {
+            if (t <= dip - fade || t >= dip + fade) {
+                ASSERT_NEAR(at(dipped, t), at(parameters, t), 1e-6) << round << " at " << t;
+            }
+        }
+        EXPECT_EQ(at(dipped, dip), 0.0f) << round;
+        // Straight lines down and up: halfway, half the level at the dip's edges.
+        const float halfway = dipped.volume(mediaSeconds(dip) - mediaSeconds(fade) / 2);
+        EXPECT_NEAR(halfway, at(parameters, dip - fade) / 2, 1e-3) << round;
+    }
+}
+
+TEST(TimelineAudioMicroFade, DipsOnlyWhereAJoinedTrackDoesNotGoOn) {
+    CompositionTrack music{1, CompositionMediaType::audio, {}};
+    music.insert({0, {1800, 600}, {600, 600}});    // the file's last second
+    music.insert({0, {0, 2400}, {1200, 2400}});    // starts over: a wrap
+    music.insert({0, {2400, 1200}, {3600, 1200}}); // goes on
+    music.insert({1, {0, 600}, {6000, 600}});      // after a gap
+    AudioMixInputParameters parameters;
+    parameters.setVolume(0.5f, 0);
+    TimelineAudioMicroFade::applyJoinFades(parameters, music);
+    const int64_t fade = TimelineAudioMicroFade::kMicroFadeTicks;
+    EXPECT_EQ(parameters.volume(mediaSeconds(1200)), 0.0f);
+    EXPECT_FLOAT_EQ(parameters.volume(mediaSeconds(1200 - fade)), 0.5f);
+    EXPECT_FLOAT_EQ(parameters.volume(mediaSeconds(1200 + fade)), 0.5f);
+    for (const int64_t tick : {3600, 6000, 6600}) {
+        EXPECT_FLOAT_EQ(parameters.volume(mediaSeconds(tick)), 0.5f) << tick;
+    }
 }
 
 TEST(TimelineComposition, MakesTracksPerRoleWithVolumesAndLeavesOutSilentRoles) {
