@@ -16,6 +16,8 @@ namespace {
 constexpr int64_t framesPerTick = CompositionAudioMixer::kSampleRate / kMediaTimescale; // 80
 constexpr size_t channels = CompositionAudioMixer::kChannelCount;
 constexpr size_t blockFrames = 4096;
+// The channel count of a file not opened yet.
+constexpr int unknownChannels = 0;
 // After a seek into a stretched insertion, the stretcher starts this many edit frames early.
 constexpr int64_t stretchPreroll = CompositionAudioMixer::kSampleRate / 5;
 // Open decoders a track keeps.
@@ -43,6 +45,9 @@ struct CompositionAudioMixer::State {
     AudioMix mix;
     std::vector<TrackPlayer> players;
     std::vector<bool> mediaFailed;
+    // Per file: mono files are read, stretched and faded as mono and only spread over both
+    // channels when mixed in, which halves the work of a microphone.
+    std::vector<int> mediaChannels;
     int64_t frames = 0;
 
     AudioDecoder* decoder(TrackPlayer& player, int mediaID) {
@@ -60,9 +65,17 @@ struct CompositionAudioMixer::State {
             use.erase(use.begin());
         }
         const auto& url = composition.media[static_cast<size_t>(mediaID)];
+        int& channelCount = mediaChannels[static_cast<size_t>(mediaID)];
         try {
-            auto made =
-                std::make_unique<AudioDecoder>(url, AudioFormat{kSampleRate, kChannelCount});
+            auto made = std::make_unique<AudioDecoder>(
+                url, AudioFormat{kSampleRate,
+                                 channelCount == unknownChannels ? kChannelCount : channelCount});
+            if (channelCount == unknownChannels) {
+                channelCount = made->sourceChannelCount() == 1 ? 1 : kChannelCount;
+                if (channelCount == 1) {
+                    made = std::make_unique<AudioDecoder>(url, AudioFormat{kSampleRate, 1});
+                }
+            }
             AudioDecoder* raw = made.get();
             player.decoders[mediaID] = std::move(made);
             return raw;
@@ -80,30 +93,35 @@ struct CompositionAudioMixer::State {
             source.seek(static_cast<double>(std::max<int64_t>(mediaFrame, 0)) / kSampleRate);
         }
         const size_t got = source.read(out, count);
-        std::fill(out + got * channels, out + count * channels, 0.0f);
+        const auto c = static_cast<size_t>(source.format().channelCount);
+        std::fill(out + got * c, out + count * c, 0.0f);
     }
 
-    // Frames [local, local + count) of an insertion, relative to its edit start.
-    void renderInsertion(TrackPlayer& player, size_t index, int64_t local, size_t count,
-                         float* out) {
+    // Frames [local, local + count) of an insertion, relative to its edit start, with the
+    // file's channel count (1 or 2), which it returns. Silence (in stereo) when the file
+    // cannot be read.
+    size_t renderInsertion(TrackPlayer& player, size_t index, int64_t local, size_t count,
+                           float* out) {
         const CompositionTrackInsertion& insertion = player.track->insertions[index];
         AudioDecoder* source = decoder(player, insertion.mediaID);
         if (source == nullptr) {
             std::fill(out, out + count * channels, 0.0f);
-            return;
+            return channels;
         }
+        const auto sourceChannels = static_cast<size_t>(source->format().channelCount);
         const int64_t sourceStart = insertion.sourceRange.start * framesPerTick;
         if (insertion.sourceRange.duration == insertion.editRange.duration) {
             readMedia(*source, sourceStart + local, count, out);
-            return;
+            return sourceChannels;
         }
         const double rate = insertion.rate();
         if (player.stretchInsertion != index || player.stretchNextFrame != local ||
             !player.stretcher || source->position() != player.stretchReadPosition) {
             const int64_t begin = std::max<int64_t>(local - stretchPreroll, 0);
-            if (!player.stretcher || std::fabs(player.stretcher->speed() - rate) > 1e-12) {
-                player.stretcher =
-                    std::make_unique<TimeStretcher>(kSampleRate, kChannelCount, rate);
+            if (!player.stretcher || std::fabs(player.stretcher->speed() - rate) > 1e-12 ||
+                static_cast<size_t>(player.stretcher->channelCount()) != sourceChannels) {
+                player.stretcher = std::make_unique<TimeStretcher>(
+                    kSampleRate, static_cast<int>(sourceChannels), rate);
             } else {
                 player.stretcher->reset();
             }
@@ -118,15 +136,16 @@ struct CompositionAudioMixer::State {
         auto produce = [&](float* destination, size_t wanted) {
             size_t done = 0;
             while (done < wanted) {
-                const size_t got = stretcher.pull(destination + done * channels, wanted - done);
+                const size_t got =
+                    stretcher.pull(destination + done * sourceChannels, wanted - done);
                 done += got;
                 if (done == wanted) {
                     break;
                 }
                 const size_t need = stretcher.inputFramesWanted();
-                player.input.resize(need * channels);
+                player.input.resize(need * sourceChannels);
                 const size_t read = source->read(player.input.data(), need);
-                std::fill(player.input.begin() + static_cast<ptrdiff_t>(read * channels),
+                std::fill(player.input.begin() + static_cast<ptrdiff_t>(read * sourceChannels),
                           player.input.end(), 0.0f);
                 stretcher.push(player.input.data(), need);
             }
@@ -143,6 +162,7 @@ struct CompositionAudioMixer::State {
         produce(out, count);
         player.stretchNextFrame += static_cast<int64_t>(count);
         player.stretchReadPosition = source->position();
+        return sourceChannels;
     }
 
     void renderTrack(TrackPlayer& player, int64_t start, size_t count, float* output) {
@@ -166,8 +186,9 @@ struct CompositionAudioMixer::State {
             }
             const auto length = static_cast<size_t>(to - from);
             player.samples.resize(length * channels);
-            renderInsertion(player, static_cast<size_t>(it - insertions.begin()),
-                            from - insertionStart, length, player.samples.data());
+            const size_t sourceChannels =
+                renderInsertion(player, static_cast<size_t>(it - insertions.begin()),
+                                from - insertionStart, length, player.samples.data());
             player.volumes.resize(length);
             if (player.parameters != nullptr) {
                 player.parameters->fillVolumes(from, length, kSampleRate, player.volumes.data());
@@ -177,6 +198,14 @@ struct CompositionAudioMixer::State {
             float* destination = output + static_cast<size_t>(from - start) * channels;
             const float* samples = player.samples.data();
             const float* volumes = player.volumes.data();
+            if (sourceChannels == 1) {
+                for (size_t i = 0; i < length; ++i) {
+                    const float value = samples[i] * volumes[i];
+                    destination[2 * i] += value;
+                    destination[2 * i + 1] += value;
+                }
+                continue;
+            }
             for (size_t i = 0; i < length; ++i) {
                 destination[2 * i] += samples[2 * i] * volumes[i];
                 destination[2 * i + 1] += samples[2 * i + 1] * volumes[i];
@@ -191,6 +220,7 @@ CompositionAudioMixer::CompositionAudioMixer(MediaComposition composition, Audio
     s.composition = std::move(composition);
     s.mix = std::move(mix);
     s.mediaFailed.assign(s.composition.media.size(), false);
+    s.mediaChannels.assign(s.composition.media.size(), unknownChannels);
     for (const auto* track : s.composition.tracksOfType(CompositionMediaType::audio)) {
         TrackPlayer player;
         player.track = track;
