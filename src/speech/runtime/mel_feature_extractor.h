@@ -3,7 +3,8 @@
 // Log-mel features as the speech encoder was trained on them: pre-emphasis, zero centre
 // padding, a symmetric Hann window centred in the transform, the power spectrum, Slaney
 // mel filters, the log with a guard, and normalisation of each mel bin over the chunk.
-// Immutable after construction; extract() may be called from one thread at a time.
+// Immutable after construction. extract() keeps its scratch buffers per call (reused for
+// every frame of the chunk), so several threads may call it at once.
 
 #include "speech/runtime/mel_filter_bank.h"
 
