@@ -42,6 +42,24 @@ TEST(BoundaryExits, ShortExitAcrossTheEdgeBecomesAGlide) {
     EXPECT_EQ(result[3], samples[3]);
 }
 
+TEST(BoundaryExits, BridgedAtTheLimitsOfTimeAndEdge) {
+    struct Case {
+        const char* name;
+        std::vector<CursorSample> samples;
+    };
+    const Case cases[] = {
+        {"back after exactly 0.35 s",
+         {{0.0, 0.9, 0.5, true}, {0.1, 1.0, 0.5, false}, {0.35, 0.9, 0.5, true}}},
+        {"at 0.9999", {{0.0, 0.9, 0.5, true}, {0.1, 0.9999, 0.5, false}, {0.2, 0.9, 0.5, true}}},
+        {"at 0.0001", {{0.0, 0.5, 0.1, true}, {0.1, 0.5, 0.0001, false}, {0.2, 0.5, 0.1, true}}},
+    };
+    for (const auto& c : cases) {
+        const auto result = CursorMotion::suppressTransientBoundaryExits(c.samples, 0.35);
+        EXPECT_TRUE(result[1].visible) << c.name;
+        EXPECT_NE(result[1].x + result[1].y, c.samples[1].x + c.samples[1].y) << c.name;
+    }
+}
+
 TEST(BoundaryExits, WhatStaysAsRecorded) {
     struct Case {
         const char* name;
@@ -56,6 +74,8 @@ TEST(BoundaryExits, WhatStaysAsRecorded) {
         {"never coming back",
          {{0.0, 0.5, 0.5, true}, {0.1, 1.0, 0.5, false}, {0.2, 1.0, 0.5, false}}},
         {"two samples", {{0.0, 0.5, 0.5, true}, {0.1, 1.0, 0.5, false}}},
+        {"hidden just inside the edge",
+         {{0.0, 0.9, 0.5, true}, {0.1, 0.9998, 0.5, false}, {0.2, 0.9, 0.5, true}}},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(CursorMotion::suppressTransientBoundaryExits(c.samples, 0.35), c.samples)
@@ -87,6 +107,15 @@ TEST(Spring, OvershootIsClampedButTheStateIsNot) {
         EXPECT_LE(s.x, 1.0);
     }
     EXPECT_TRUE(heldAtOne);
+    // The spring's motion does not depend on where it runs: the same step a half frame
+    // further right is the same path moved by a half, wherever that path is held at 1.
+    auto lower = sampled(1, [](double t) { return std::pair{t < 0.1 ? 0.25 : 0.5, 0.5}; });
+    auto upper = sampled(1, [](double t) { return std::pair{t < 0.1 ? 0.75 : 1.0, 0.5}; });
+    const auto lowerPath = CursorMotion::springFilteredSamples(lower, loose);
+    const auto upperPath = CursorMotion::springFilteredSamples(upper, loose);
+    for (size_t i = 0; i < lowerPath.size(); ++i) {
+        EXPECT_NEAR(upperPath[i].x, std::min(lowerPath[i].x + 0.5, 1.0), 1e-9) << i;
+    }
 }
 
 TEST(Spring, GapsAndHiddenSamplesRestartIt) {
@@ -203,6 +232,15 @@ TEST(Tilt, SaturatesAtFiftyDegrees) {
     }
     EXPECT_NEAR(faster.angle(3), CursorTilt::kMaximumTiltRadians, 0.02);
     EXPECT_NEAR(fast.angle(3), faster.angle(3), 1e-3);
+}
+
+TEST(Tilt, ALongPauseCountsAsATenthOfASecond) {
+    // Movement is measured over at most 0.1 s and the lean integrated over as long, so the
+    // same step after one second or after a tenth leans alike.
+    const auto afterASecond = CursorTilt::track(track({{0, 0.5, 0.5, true}, {1, 0.6, 0.5, true}}));
+    const auto afterATenth = CursorTilt::track(track({{0, 0.5, 0.5, true}, {0.1, 0.6, 0.5, true}}));
+    EXPECT_GT(afterASecond.angles[1], 0);
+    EXPECT_DOUBLE_EQ(afterASecond.angles[1], afterATenth.angles[1]);
 }
 
 TEST(Tilt, EmptyRepeatedTimesAndLookup) {

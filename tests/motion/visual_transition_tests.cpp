@@ -63,6 +63,8 @@ TEST(PlaybackVisualTransitionTest, GlidesFromTheStartStateAndEnds) {
     FrameVisualState target{CursorPoint{0.9, 0.9, true}, CursorPoint{0.7, 0.7, true}, 0, 1,
                             std::nullopt};
     EXPECT_EQ(transition->apply(10, target), current);
+    // The glide eases in and out: a quarter of the way in time is smoothstep(0.25) of it.
+    EXPECT_NEAR(transition->apply(10.04, target)->cursorPoint->x, 0.1 + 0.8 * 0.15625, 1e-12);
     const auto middle = transition->apply(10.08, target);
     ASSERT_TRUE(middle);
     EXPECT_NEAR(middle->cursorPoint->x, 0.5, 1e-12);

@@ -167,11 +167,24 @@ TEST(ZoomHandOff, TouchingClipsKeepFullAmountAndGlideTheScale) {
         }
         EXPECT_EQ(at(4 - hFrom - 0.001, clips, style).zoomScale, 2);
         EXPECT_NEAR(at(4, clips, style).zoomScale, 2.5, 1e-12);
+        // Smoothstep across the window, in both styles.
+        EXPECT_NEAR(at(4 - hFrom / 2, clips, style).zoomScale, 2 + Easing::smoothstep(0.25), 1e-12);
         EXPECT_EQ(at(4 + hTo + 0.001, clips, style).zoomScale, 3);
         // The outer ends still ramp.
         EXPECT_EQ(at(0, clips, style).amount, 0);
         EXPECT_EQ(at(8, clips, style).amount, 0);
     }
+}
+
+TEST(ZoomHandOff, EachClipBringsHalfItsOwnTransitionToTheWindow) {
+    // A 0.5 s clip (transition 0.21 s) hands over to a long one (0.365 s): the window is
+    // [0.5 - 0.105, 0.5 + 0.1825], so the seam lies before its middle.
+    const std::vector clips{clip(0, 0.5, 2), clip(0.5, 10, 3)};
+    const double hFrom = 0.21 / 2;
+    const double hTo = 0.365 / 2;
+    EXPECT_NEAR(at(0.5, clips).zoomScale, 2 + Easing::smoothstep(hFrom / (hFrom + hTo)), 1e-12);
+    EXPECT_EQ(at(0.5 - hFrom - 0.001, clips).zoomScale, 2);
+    EXPECT_EQ(at(0.5 + hTo + 0.001, clips).zoomScale, 3);
 }
 
 TEST(ZoomHandOff, AdjacencyToleranceIsOneMillisecond) {
