@@ -272,6 +272,12 @@ TEST_F(PreviewResolve, CameraFloorOnATinyStage) {
     EXPECT_NEAR(resolve().camera->frameSize.width, 64, kEps);
     input.stageSize = {10, 10}; // nothing fits: one point
     EXPECT_NEAR(resolve().camera->frameSize.width, 1, kEps);
+    // The floor is limited by what fits before the zoom shrinks it: on 80 by 80, maxSide and
+    // floor are 44, and a full zoom takes three quarters of that.
+    input.stageSize = {80, 80};
+    project.camera.sizeAmount = 0.25;
+    zoomTo(1, 2);
+    EXPECT_NEAR(resolve().camera->frameSize.width, 44 * 0.75, kEps);
 }
 
 CameraLayoutClip layout(double start, double end, CameraLayoutMode mode, bool animates) {
@@ -316,6 +322,16 @@ TEST_F(PreviewResolve, CameraLayoutsWithAndWithoutTransitions) {
     const auto preview = *resolve().camera;
     EXPECT_EQ(preview.center, (Point{960, 540}));
     EXPECT_NEAR(preview.frameSize.width, 108, kEps);
+
+    // Half way into a mirrored overlay layout: the flip is half done, mirroring is the
+    // target's.
+    input.cameraLayoutPreviewClip->animatesTransition = true;
+    input.cameraLayoutPreviewClip->isMirrored = true;
+    input.timelineTime = EditTime(2 + 0.365 / 2);
+    const auto flipping = *resolve().camera;
+    EXPECT_TRUE(flipping.isMirrored);
+    EXPECT_NEAR(flipping.horizontalScale, 0, kEps);
+    EXPECT_NEAR(flipping.frameSize.width, (342 + 108) / 2.0, kEps);
 }
 
 TEST_F(PreviewResolve, HiddenLayoutFadesAndShrinksThenDisappears) {
@@ -391,6 +407,27 @@ TEST_F(PreviewResolve, MaskFollowsTheCardOntoTheStage) {
     EXPECT_FALSE(resolve().mask);
 }
 
+TEST_F(PreviewResolve, MaskBorderRunsFromTheClipsStartAndFadesWithTheMask) {
+    MaskClip clip;
+    clip.id = Uuid::random();
+    clip.start = EditTime(1);
+    clip.end = EditTime(5);
+    clip.borderStyle = MaskBorder::Style::comet;
+    clip.borderSpeed = 1.5;
+    project.mask.clips = {clip};
+    // 1.5 cycles a second over a 3 s period, counted from the clip's start.
+    input.timelineTime = EditTime(3);
+    EXPECT_NEAR(resolve().mask->borderPhase, 0.0, kEps);
+    input.timelineTime = EditTime(2);
+    EXPECT_NEAR(resolve().mask->borderPhase, 0.5, kEps);
+    // While the mask fades in, the border fades with it.
+    input.timelineTime = EditTime(1.1);
+    const auto fading = *resolve().mask;
+    EXPECT_NEAR(fading.opacity, 0.72 * 0.1 / 0.35, kEps);
+    EXPECT_NEAR(fading.borderOpacity, MaskBorder::opacity(clip, 1, input.timelineTime) * 0.1 / 0.35,
+                kEps);
+}
+
 TimelineClip fadingClip(double start, double end, double fadeIn, double fadeOut) {
     TimelineClip clip;
     clip.id = Uuid::random();
@@ -415,6 +452,10 @@ TEST_F(PreviewResolve, StageFadeIsAtMostHalfAClip) {
     EXPECT_NEAR(fade(3), 0.5, kEps);
     EXPECT_EQ(fade(4), 1); // the end of the first clip is still inside it
     EXPECT_EQ(fade(5), 0);
+    // On a long clip a fade is at most 5 s.
+    project.timeline.clips = {fadingClip(0, 20, 10, 0)};
+    EXPECT_NEAR(fade(2.5), 0.5, kEps);
+    project.timeline.clips = {fadingClip(0, 4, 5, 5), fadingClip(10, 20, 0, 0)};
     // The same with the caller's resolved timeline.
     const ResolvedEditTimeline timeline(EditTimeline::from(project.timeline));
     input.editTimeline = &timeline;

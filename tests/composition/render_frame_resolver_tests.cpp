@@ -116,6 +116,21 @@ TEST(RenderFrameResolverTest, CutsHiddenClipsAndClicks) {
     EXPECT_EQ(resolver.resolve(-1).editTime, EditTime(0));
 }
 
+TEST(RenderFrameResolverTest, PointerMotionTiltAndClicksAreReadAtTheSourceTime) {
+    // The edit starts at source 4.5 s, where the pointer sweeps right; at edit 0.25 s it is
+    // moving although at source 0.25 s it rests. The click at source 6 s presses at edit
+    // 1.5 s, long after the one at source 2 s.
+    auto input = source(sweepingPointer());
+    input.project.timeline.clips = {sourceClip(4.5, 10)};
+    RenderFrameResolver resolver(input);
+    const auto moving = resolver.resolve(0.25);
+    ASSERT_EQ(moving.sourceTime, SourceTime(4.75));
+    EXPECT_GT(moving.cursorFrameMotion.dx, 0.001);
+    ASSERT_TRUE(moving.preview.cursor);
+    EXPECT_GT(moving.preview.cursor->tiltAngle, 0.1);
+    EXPECT_NEAR(resolver.resolve(1.57).cursorClickPressScale, 0.84, 1e-9);
+}
+
 TEST(RenderFrameResolverTest, WithoutPointerDataTheCameraStaysCentred) {
     auto input = source({});
     input.project.animation.zoomClips = {zoomClip(0, 10, 2)};

@@ -302,6 +302,11 @@ TEST(MaskResolvedState, TouchingClipsGlideInsteadOfFading) {
     expectRect(seam->rect, {0.3, 0.3, 0.3, 0.3});
     EXPECT_NEAR(seam->opacity, 0.56, kTolerance);
     EXPECT_NEAR(seam->featherAmount, 0.5, kTolerance);
+    // The earlier clip, still the active one, glides on its side of the seam too.
+    const auto earlierSide = settings.resolvedState(EditTime(1.9));
+    EXPECT_EQ(earlierSide->clip.id, first.id);
+    expectRect(earlierSide->rect,
+               MaskRect::lerp(first.rect, second.rect, MaskBorder::smoothStep(0.25 / 0.7)));
     const auto after = settings.resolvedState(EditTime(2.36));
     expectRect(after->rect, second.rect);
     EXPECT_NEAR(after->opacity, 0.4, kTolerance);
@@ -318,6 +323,7 @@ TEST(MaskResolvedState, InvertedDisabledAndDistantNeighboursDoNotGlide) {
     MaskSettings settings;
     settings.clips = {first, inverted};
     EXPECT_NEAR(settings.resolvedState(EditTime(1.99))->opacity, 0.72 * 0.01 / 0.35, 1e-6);
+    EXPECT_NEAR(settings.resolvedState(EditTime(2.01))->opacity, 0.72 * 0.01 / 0.35, 1e-6);
     MaskClip disabled = maskClip(2, 4);
     disabled.isDisabled = true;
     settings.clips = {first, disabled};
