@@ -878,10 +878,10 @@ struct DesktopPainter::State {
         double y = 34;
         drawText(cr, "Contents", 26, y, kUIFont, 13, rgb(0x5F6368), PANGO_WEIGHT_SEMIBOLD);
         y += 30;
-        for (const char* entry : {"Parameters", "Return value", "Complexity",
-                                  "Possible "
-                                  "implementation",
-                                  "Notes", "Examples", "See also"}) {
+        constexpr std::array<const char*, 7> kContents{
+            "Parameters", "Return value", "Complexity", "Possible implementation",
+            "Notes",      "Examples",     "See also"};
+        for (const char* entry : kContents) {
             drawText(cr, entry, 26, y, kUIFont, 13.5, rgb(0x3B6FD8));
             y += 26;
         }
@@ -939,8 +939,7 @@ struct DesktopPainter::State {
         y = codeBlock(cr, left, y, column,
                       {"#include <algorithm>", "#include <cstdint>", "#include <iostream>", "",
                        "int main()", "{",
-                       "    for (const int v : {-129, -128, -1, 0, 42, 127, 128, "
-                       "255, 256})",
+                       "    for (const int v : {-129, -128, -1, 0, 42, 127, 128, 255, 256})",
                        "        std::cout << v << \" -> \"",
                        "                  << std::clamp(v, INT8_MIN, INT8_MAX) << '\\n';", "}"});
         y = paragraph(cr, left, y + 14, column, "Output:");
@@ -1070,7 +1069,7 @@ struct DesktopPainter::State {
     void paintTerminalLine(cairo_t* cr, int row) {
         const Rect rect = terminalLineRect(row);
         fillRect(cr, rect, Palette::kTerminalBackground);
-        const size_t index = static_cast<size_t>(terminalFirstLine() + row);
+        const size_t index = static_cast<size_t>(terminalFirstLine()) + static_cast<size_t>(row);
         if (index >= terminal.lines.size()) {
             return;
         }
@@ -1290,7 +1289,7 @@ struct DesktopPainter::State {
                 int sumB = 0;
                 for (int dy = 0; dy < 2; ++dy) {
                     for (int dx = 0; dx < 2 && x + dx < width; ++dx) {
-                        const std::uint8_t* p = rows[dy] + 4 * (x + dx);
+                        const std::uint8_t* p = rows[dy] + 4 * static_cast<ptrdiff_t>(x + dx);
                         const int b = p[0];
                         const int g = p[1];
                         const int r = p[2];

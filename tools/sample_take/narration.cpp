@@ -31,6 +31,7 @@ pid_t startSpeaking(const std::string& text, const fs::path& wav) {
     std::vector<std::string> words{kSpeaker, "-v", "en-us", "-s", "158",        "-p",
                                    "42",     "-a", "150",   "-w", wav.string(), text};
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (auto& word : words) {
         argv.push_back(word.data());
     }

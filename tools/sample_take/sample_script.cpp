@@ -140,13 +140,13 @@ std::vector<WindowID> SampleScript::stackingOrder(double time) const {
 }
 
 const WindowLayout* SampleScript::windowAt(Point point, double time) const {
-    const auto order = stackingOrder(time);
-    for (auto it = order.rbegin(); it != order.rend(); ++it) {
-        if (window(*it).frame.contains(point)) {
-            return &window(*it);
+    const WindowLayout* front = nullptr;
+    for (const WindowID id : stackingOrder(time)) { // back to front: the last one wins
+        if (window(id).frame.contains(point)) {
+            front = &window(id);
         }
     }
-    return nullptr;
+    return front;
 }
 
 double editorLineTop(const WindowLayout& editor, int line) {
