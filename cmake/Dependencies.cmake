@@ -28,8 +28,8 @@ if(ORVELLE_BUILD_BENCH)
   find_package(benchmark REQUIRED)
 endif()
 
-# Speech: FFTW single precision for the mel front end.
-pkg_check_modules(FFTW3F REQUIRED IMPORTED_TARGET fftw3f)
+# Speech: FFTW (double precision) for the mel front end.
+pkg_check_modules(FFTW3 REQUIRED IMPORTED_TARGET fftw3)
 
 # ONNX Runtime: a system install (pkg-config or CMake package, 1.21 or newer) wins;
 # otherwise scripts/fetch-onnxruntime has put it in third_party/onnxruntime. Only

@@ -18,14 +18,14 @@ std::mutex plannerMutex;
 
 template <class T>
 struct FftwFree {
-    void operator()(T* memory) const { fftwf_free(memory); }
+    void operator()(T* memory) const { fftw_free(memory); }
 };
 template <class T>
 using FftwBuffer = std::unique_ptr<T[], FftwFree<T>>;
 
 template <class T>
 FftwBuffer<T> fftwBuffer(size_t count) {
-    auto* memory = static_cast<T*>(fftwf_malloc(sizeof(T) * count));
+    auto* memory = static_cast<T*>(fftw_malloc(sizeof(T) * count));
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
@@ -35,11 +35,11 @@ FftwBuffer<T> fftwBuffer(size_t count) {
 } // namespace
 
 struct MelFeatureExtractor::Plan {
-    fftwf_plan plan = nullptr;
+    fftw_plan plan = nullptr;
     ~Plan() {
         if (plan != nullptr) {
             std::lock_guard lock(plannerMutex);
-            fftwf_destroy_plan(plan);
+            fftw_destroy_plan(plan);
         }
     }
 };
@@ -74,12 +74,12 @@ MelFeatureExtractor::MelFeatureExtractor(const Settings& settings) : settings_(s
 
     fftSetup_ = std::make_unique<Plan>();
     const auto n = static_cast<size_t>(settings.nFFT);
-    auto input = fftwBuffer<float>(n);
-    auto output = fftwBuffer<fftwf_complex>(n / 2 + 1);
+    auto input = fftwBuffer<double>(n);
+    auto output = fftwBuffer<fftw_complex>(n / 2 + 1);
     {
         std::lock_guard lock(plannerMutex);
-        fftSetup_->plan = fftwf_plan_dft_r2c_1d(settings.nFFT, input.get(), output.get(),
-                                                FFTW_ESTIMATE | FFTW_DESTROY_INPUT);
+        fftSetup_->plan = fftw_plan_dft_r2c_1d(settings.nFFT, input.get(), output.get(),
+                                               FFTW_ESTIMATE | FFTW_DESTROY_INPUT);
     }
     if (fftSetup_->plan == nullptr) {
         throw ParakeetError::fftSetupFailed();
@@ -112,68 +112,76 @@ MelFeatureExtractor::Features MelFeatureExtractor::extract(std::span<const float
     features.mel.resize(frames * bins);
     features.attentionMask.assign(frames, 1);
 
-    auto frame = fftwBuffer<float>(nFFT);
-    auto spectrum = fftwBuffer<fftwf_complex>(freqBins);
-    std::vector<float> power(freqBins);
+    // The windowed frame is rounded to 32 bits as the features are defined; from the
+    // transform on, double precision. A quiet bin next to a loud one sits some 80 dB below
+    // it, where a single-precision transform's rounding moves its log by 1e-4.
+    auto frame = fftwBuffer<double>(nFFT);
+    auto spectrum = fftwBuffer<fftw_complex>(freqBins);
+    std::vector<double> power(freqBins);
+    std::vector<double> logMel(frames * bins);
     const size_t offset = (nFFT - winLength) / 2; // the window sits in the middle
     const float* window = hannWindow_.data();
+    const double logGuard = settings_.logGuard;
 
     for (size_t t = 0; t < frames; ++t) {
-        float* buffer = frame.get();
-        std::fill_n(buffer, nFFT, 0.0f);
+        double* buffer = frame.get();
+        std::fill_n(buffer, nFFT, 0.0);
         const float* source = padded.data() + t * hop + offset;
         for (size_t i = 0; i < winLength; ++i) {
             buffer[offset + i] = source[i] * window[i];
         }
-        fftwf_execute_dft_r2c(fftSetup_->plan, buffer, spectrum.get());
+        fftw_execute_dft_r2c(fftSetup_->plan, buffer, spectrum.get());
         for (size_t k = 0; k < freqBins; ++k) {
-            const float re = spectrum[k][0];
-            const float im = spectrum[k][1];
-            const float magnitude = std::sqrt(re * re + im * im);
+            const double re = spectrum[k][0];
+            const double im = spectrum[k][1];
+            const double magnitude = std::sqrt(re * re + im * im);
             power[k] = magnitude * magnitude;
         }
-        float* out = features.mel.data() + t * bins;
+        double* out = logMel.data() + t * bins;
         for (size_t m = 0; m < bins; ++m) {
             const float* weights = melRows_[m].data();
             const auto [first, end] = melSupport_[m];
-            float energy = 0;
+            double energy = 0;
             for (size_t k = first; k < end; ++k) {
                 energy += weights[k] * power[k];
             }
-            out[m] = std::log(energy + settings_.logGuard);
+            out[m] = std::log(energy + logGuard);
         }
     }
 
     // Each bin over this chunk alone, with the unbiased deviation (T - 1, or 1 for a
-    // single frame, which then normalises to 0).
-    std::vector<double> sum(bins, 0.0);
-    for (size_t t = 0; t < frames; ++t) {
-        const float* row = features.mel.data() + t * bins;
+    // single frame, which then normalises to 0). The mean is summed as offsets from the
+    // first frame, so a bin that never changes (silence) has exactly its value as mean
+    // and normalises to exactly 0.
+    std::vector<double> offsets(bins, 0.0);
+    for (size_t t = 1; t < frames; ++t) {
+        const double* row = logMel.data() + t * bins;
         for (size_t m = 0; m < bins; ++m) {
-            sum[m] += row[m];
+            offsets[m] += row[m] - logMel[m];
         }
     }
-    std::vector<float> mean(bins);
+    std::vector<double> mean(bins);
     for (size_t m = 0; m < bins; ++m) {
-        mean[m] = static_cast<float>(sum[m] / static_cast<double>(frames));
+        mean[m] = logMel[m] + offsets[m] / static_cast<double>(frames);
     }
     std::vector<double> squares(bins, 0.0);
     for (size_t t = 0; t < frames; ++t) {
-        const float* row = features.mel.data() + t * bins;
+        const double* row = logMel.data() + t * bins;
         for (size_t m = 0; m < bins; ++m) {
             const double deviation = row[m] - mean[m];
             squares[m] += deviation * deviation;
         }
     }
-    std::vector<float> denominator(bins);
+    std::vector<double> denominator(bins);
     const double divisor = static_cast<double>(std::max<size_t>(frames - 1, 1));
     for (size_t m = 0; m < bins; ++m) {
-        denominator[m] = settings_.epsilon + static_cast<float>(std::sqrt(squares[m] / divisor));
+        denominator[m] = settings_.epsilon + std::sqrt(squares[m] / divisor);
     }
     for (size_t t = 0; t < frames; ++t) {
-        float* row = features.mel.data() + t * bins;
+        const double* row = logMel.data() + t * bins;
+        float* out = features.mel.data() + t * bins;
         for (size_t m = 0; m < bins; ++m) {
-            row[m] = (row[m] - mean[m]) / denominator[m];
+            out[m] = static_cast<float>((row[m] - mean[m]) / denominator[m]);
         }
     }
     return features;
