@@ -2,7 +2,7 @@
 #include "cli/output.h"
 #include "core/files.h"
 #include "platform/media/media_probe.h"
-#include "speech/align/alignment_error.h"
+#include "speech/align/alignment_model_bundle.h"
 #include "speech/align/ctc_transcript_normalizer.h"
 #include "speech/align/precise_word_timing_alignment_service.h"
 #include "speech/transcript/transcript_word_builder.h"
@@ -31,13 +31,8 @@ std::optional<CTCVocabulary> chosenVocabulary(const Arguments& arguments) {
     const auto manifestFile = arguments.value("--manifest");
     const auto vocabularyFile = arguments.value("--vocabulary");
     if (manifestFile) {
-        AlignmentTokenizerMetadata metadata;
-        try {
-            metadata = decodeJson<AlignmentModelManifest>(readJsonFile(*manifestFile)).tokenizer;
-        } catch (const JsonDecodeError& error) {
-            throw AlignmentError(AlignmentErrorCode::modelBundleValidationFailed,
-                                 *manifestFile + ": " + error.what());
-        }
+        const AlignmentTokenizerMetadata metadata =
+            readAlignmentModelManifest(*manifestFile).tokenizer;
         const std::filesystem::path vocabulary =
             vocabularyFile
                 ? std::filesystem::path(*vocabularyFile)

@@ -4,9 +4,6 @@
 #include "platform/crypto/sha256.h"
 #include "speech/align/alignment_error.h"
 
-#include <algorithm>
-#include <cctype>
-
 namespace orvelle {
 
 namespace {
@@ -27,13 +24,6 @@ std::filesystem::path bundleFile(const std::filesystem::path& root, const std::s
         failValidation("manifest path escapes the model bundle: '" + path + "'");
     }
     return *resolved;
-}
-
-std::string trimmed(std::string text) {
-    const auto notSpace = [](unsigned char c) { return std::isspace(c) == 0; };
-    text.erase(text.begin(), std::find_if(text.begin(), text.end(), notSpace));
-    text.erase(std::find_if(text.rbegin(), text.rend(), notSpace).base(), text.end());
-    return text;
 }
 
 } // namespace
@@ -63,14 +53,19 @@ AlignmentModelBundle AlignmentModelBundle::load(const std::filesystem::path& fro
     }
     AlignmentModelBundle bundle;
     bundle.rootURL = from;
-    try {
-        bundle.manifest = decodeJson<AlignmentModelManifest>(readJsonFile(manifestURL));
-    } catch (const JsonDecodeError& error) {
-        failValidation(std::string(kManifestFileName) + ": " + error.what());
-    } catch (const FileError& error) {
-        failValidation(error.what());
-    }
+    bundle.manifest = readAlignmentModelManifest(manifestURL);
     return bundle;
+}
+
+AlignmentModelManifest readAlignmentModelManifest(const std::filesystem::path& file) {
+    try {
+        return decodeJson<AlignmentModelManifest>(readJsonFile(file));
+    } catch (const JsonDecodeError& error) {
+        // The decoder's own words, led by the file they are about.
+        const std::string where =
+            error.path().empty() ? file.string() : file.string() + ": " + error.path();
+        throw JsonDecodeError(where, error.problem());
+    }
 }
 
 std::filesystem::path AlignmentModelBundle::modelURL() const {
@@ -106,7 +101,7 @@ void AlignmentModelBundle::verifyChecksums() const {
         if (!fileExists(*file)) {
             failValidation("checksum entry '" + path + "' is missing");
         }
-        std::string hex = trimmed(checksum);
+        std::string hex = checksum;
         if (const size_t colon = hex.find(':'); colon != std::string::npos) {
             const std::string algorithm = hex.substr(0, colon);
             if (algorithm != "sha256") {
@@ -116,8 +111,6 @@ void AlignmentModelBundle::verifyChecksums() const {
             }
             hex.erase(0, colon + 1);
         }
-        std::transform(hex.begin(), hex.end(), hex.begin(),
-                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
         if (hex.size() != 64 || hex.find_first_not_of(kHexDigits) != std::string::npos) {
             failValidation("invalid SHA-256 checksum for '" + path + "'");
         }

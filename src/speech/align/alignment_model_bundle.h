@@ -18,8 +18,8 @@ struct AlignmentModelBundle {
     std::filesystem::path rootURL;
     AlignmentModelManifest manifest;
 
-    // Throws AlignmentError: modelBundleMissing, manifestMissing, or
-    // modelBundleValidationFailed when the manifest does not decode.
+    // Throws AlignmentError modelBundleMissing or manifestMissing, or the manifest's
+    // JsonDecodeError (see readAlignmentModelManifest).
     static AlignmentModelBundle load(const std::filesystem::path& from);
 
     // The model and vocabulary files exist and every checksum holds. Throws AlignmentError:
@@ -31,6 +31,10 @@ struct AlignmentModelBundle {
     std::filesystem::path modelURL() const;
     std::filesystem::path vocabularyURL() const;
 };
+
+// Reads a "model_manifest.json". Throws JsonDecodeError naming the file and the key when it
+// does not decode, FileError when it cannot be read.
+AlignmentModelManifest readAlignmentModelManifest(const std::filesystem::path& file);
 
 // A path of the manifest under the bundle's root; absent when it would lie outside it.
 std::optional<std::filesystem::path> resolveBundlePath(const std::filesystem::path& root,

@@ -24,14 +24,14 @@ AlignmentTokenizerMetadata
 JsonCoder<AlignmentTokenizerMetadata>::decode(const Json& json, const JsonDecodeContext& context) {
     const JsonObjectReader reader(json, context);
     AlignmentTokenizerMetadata tokenizer;
-    tokenizer.type = reader.value<std::string>("type", "");
+    tokenizer.type = reader.required<std::string>("type");
     tokenizer.vocabularyFile = reader.required<std::string>("vocabulary_file");
     tokenizer.blankToken = reader.required<std::string>("blank_token");
     tokenizer.blankTokenID = reader.optional<int>("blank_token_id");
     tokenizer.unknownToken = reader.optional<std::string>("unknown_token");
     tokenizer.wordSeparatorToken = reader.optional<std::string>("word_separator_token");
     tokenizer.metaspaceReplacement = reader.optional<std::string>("metaspace_replacement");
-    tokenizer.normalization = reader.value<std::vector<std::string>>("normalization", {});
+    tokenizer.normalization = reader.required<std::vector<std::string>>("normalization");
     if (tokenizer.blankTokenID && *tokenizer.blankTokenID < 0) {
         context.key("blank_token_id").fail("must not be negative");
     }
@@ -59,7 +59,7 @@ AlignmentModelMetadata JsonCoder<AlignmentModelMetadata>::decode(const Json& jso
     model.audioLengthInputName = reader.optional<std::string>("audio_length_input_name");
     model.attentionMaskInputName = reader.optional<std::string>("attention_mask_input_name");
     model.logitsOutputName = reader.required<std::string>("logits_output_name");
-    model.outputKind = reader.value<OutputKind>("output_kind", OutputKind::logits);
+    model.outputKind = reader.required<OutputKind>("output_kind");
     model.frameStrideSeconds = reader.required<double>("frame_stride_seconds");
     if (!std::isfinite(model.frameStrideSeconds) || model.frameStrideSeconds <= 0) {
         context.key("frame_stride_seconds").fail("must be a positive number of seconds");
@@ -94,39 +94,33 @@ AlignmentModelManifest JsonCoder<AlignmentModelManifest>::decode(const Json& jso
                                                                  const JsonDecodeContext& context) {
     const JsonObjectReader reader(json, context);
     AlignmentModelManifest manifest;
-    manifest.schemaVersion = reader.value<int>("schema_version", 1);
-    manifest.upstreamModelID = reader.value<std::string>("upstream_model_id", "");
+    manifest.schemaVersion = reader.required<int>("schema_version");
+    manifest.upstreamModelID = reader.required<std::string>("upstream_model_id");
     manifest.runtimeType = reader.required<std::string>("runtime_type");
     manifest.sampleRate = reader.required<int>("sample_rate");
     if (manifest.sampleRate < 1) {
         context.key("sample_rate").fail("must be a positive number of hertz");
     }
-    if (reader.contains("expected_audio_format")) {
-        const JsonObjectReader format(reader.raw("expected_audio_format"),
-                                      context.key("expected_audio_format"));
-        manifest.expectedAudioFormat.channels = format.value<int>("channels", 1);
-        manifest.expectedAudioFormat.sampleFormat =
-            format.value<std::string>("sample_format", "float32");
-    }
+    const JsonObjectReader format(reader.raw("expected_audio_format"),
+                                  context.key("expected_audio_format"));
+    manifest.expectedAudioFormat.channels = format.required<int>("channels");
+    manifest.expectedAudioFormat.sampleFormat = format.required<std::string>("sample_format");
     manifest.tokenizer = reader.required<AlignmentTokenizerMetadata>("tokenizer");
     manifest.model = reader.required<AlignmentModelMetadata>("model");
-    if (reader.contains("license")) {
-        const JsonObjectReader license(reader.raw("license"), context.key("license"));
-        manifest.license.name = license.value<std::string>("name", "");
-        manifest.license.sourceURL = license.value<std::string>("source_url", "");
-        manifest.license.redistribution = license.value<std::string>("redistribution", "");
+    const JsonObjectReader license(reader.raw("license"), context.key("license"));
+    manifest.license.name = license.required<std::string>("name");
+    manifest.license.sourceURL = license.required<std::string>("source_url");
+    manifest.license.redistribution = license.required<std::string>("redistribution");
+    // Required, so that a manifest cannot skip the integrity check by leaving it out.
+    const Json& checksums = reader.raw("checksums");
+    const JsonDecodeContext checksumContext = context.key("checksums");
+    if (!checksums.is_object()) {
+        checksumContext.fail("expected an object");
     }
-    if (reader.contains("checksums")) {
-        const Json& checksums = reader.raw("checksums");
-        const JsonDecodeContext checksumContext = context.key("checksums");
-        if (!checksums.is_object()) {
-            checksumContext.fail("expected an object");
-        }
-        for (const auto& [path, value] : checksums.items()) {
-            manifest.checksums[path] = decodeString(value, checksumContext.key(path));
-        }
+    for (const auto& [path, value] : checksums.items()) {
+        manifest.checksums[path] = decodeString(value, checksumContext.key(path));
     }
-    manifest.version = reader.value<std::string>("version", "");
+    manifest.version = reader.required<std::string>("version");
     return manifest;
 }
 

@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
+
 namespace orvelle {
 namespace {
 
@@ -47,6 +50,12 @@ struct BundleFolder {
     void write() { writeTextFile(folder / "model_manifest.json", prettyJson(manifest)); }
     AlignmentModelBundle load() { return AlignmentModelBundle::load(folder.path()); }
 };
+
+std::string upperCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return text;
+}
 
 AlignmentError errorOf(const std::function<void()>& run) {
     try {
@@ -91,13 +100,97 @@ TEST(AlignmentModelBundle, LoadFailures) {
     EXPECT_EQ(noManifest.code(), AlignmentErrorCode::manifestMissing);
     EXPECT_EQ(noManifest.detail(), (folder / "model_manifest.json").string());
 
+    // A manifest that does not decode fails with the decoder's error, naming file and key.
     BundleFolder bundle;
     bundle.manifest["model"].erase("logits_output_name");
     bundle.write();
-    const auto undecodable = errorOf([&] { bundle.load(); });
-    EXPECT_EQ(undecodable.code(), AlignmentErrorCode::modelBundleValidationFailed);
-    EXPECT_EQ(undecodable.detail(),
-              "model_manifest.json: model.logits_output_name: required key is missing");
+    try {
+        bundle.load();
+        ADD_FAILURE() << "a manifest without its logits output loaded";
+    } catch (const JsonDecodeError& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  (bundle.folder / "model_manifest.json").string() +
+                      ": model.logits_output_name: required key is missing");
+    }
+    writeTextFile(bundle.folder / "model_manifest.json", "{not json");
+    try {
+        bundle.load();
+        ADD_FAILURE() << "a broken manifest loaded";
+    } catch (const JsonDecodeError& error) {
+        EXPECT_TRUE(
+            std::string(error.what())
+                .starts_with((bundle.folder / "model_manifest.json").string() + ": not valid JSON"))
+            << error.what();
+    }
+}
+
+TEST(AlignmentModelBundle, OnlyTheKeysMarkedOptionalMayBeLeftOut) {
+    // Dotted paths into the manifest. Leaving out "checksums" must not skip the integrity
+    // check, so it is required like every key not marked optional.
+    const std::vector<std::string> required{
+        "schema_version",
+        "upstream_model_id",
+        "runtime_type",
+        "sample_rate",
+        "expected_audio_format",
+        "expected_audio_format.channels",
+        "expected_audio_format.sample_format",
+        "tokenizer",
+        "tokenizer.type",
+        "tokenizer.vocabulary_file",
+        "tokenizer.blank_token",
+        "tokenizer.normalization",
+        "model",
+        "model.file",
+        "model.audio_input_name",
+        "model.logits_output_name",
+        "model.output_kind",
+        "model.frame_stride_seconds",
+        "license",
+        "license.name",
+        "license.source_url",
+        "license.redistribution",
+        "checksums",
+        "version",
+    };
+    const std::vector<std::string> optional{"tokenizer.blank_token_id",
+                                            "tokenizer.unknown_token",
+                                            "tokenizer.word_separator_token",
+                                            "tokenizer.metaspace_replacement",
+                                            "model.audio_length_input_name",
+                                            "model.attention_mask_input_name",
+                                            "model.input_shape",
+                                            "model.feature_hop_length",
+                                            "model.feature_subsampling_factor"};
+    Json full = manifestJson();
+    full["tokenizer"]["blank_token_id"] = 0;
+    full["tokenizer"]["unknown_token"] = "<unk>";
+    full["tokenizer"]["metaspace_replacement"] = "_";
+    full["model"]["audio_length_input_name"] = "lengths";
+    full["model"]["attention_mask_input_name"] = "mask";
+    full["model"]["feature_hop_length"] = 160;
+    full["model"]["feature_subsampling_factor"] = 2;
+    const auto without = [&](const std::string& key) {
+        Json json = full;
+        const size_t dot = key.find('.');
+        if (dot == std::string::npos) {
+            json.erase(key);
+        } else {
+            json[key.substr(0, dot)].erase(key.substr(dot + 1));
+        }
+        return json;
+    };
+    for (const auto& key : required) {
+        try {
+            decodeJson<AlignmentModelManifest>(without(key));
+            ADD_FAILURE() << "decoded without " << key;
+        } catch (const JsonDecodeError& error) {
+            EXPECT_EQ(std::string(error.what()), key + ": required key is missing");
+        }
+    }
+    for (const auto& key : optional) {
+        EXPECT_NO_THROW(decodeJson<AlignmentModelManifest>(without(key))) << key;
+    }
 }
 
 TEST(AlignmentModelBundle, StrictValidationNeedsTheFiles) {
@@ -131,6 +224,15 @@ TEST(AlignmentModelBundle, ChecksumFailures) {
         {"model.onnx", "sha256:abcd", "invalid SHA-256 checksum for 'model.onnx'"},
         {"model.onnx", "sha256:" + std::string(64, 'g'),
          "invalid SHA-256 checksum for 'model.onnx'"},
+        // Only the lower-case digits, and nothing around them.
+        {"model.onnx", "sha256:" + upperCase(good), "invalid SHA-256 checksum for 'model.onnx'"},
+        {"model.onnx", upperCase(good), "invalid SHA-256 checksum for 'model.onnx'"},
+        {"model.onnx", "sha256:" + good + "\n", "invalid SHA-256 checksum for 'model.onnx'"},
+        {"model.onnx", "sha256: " + good, "invalid SHA-256 checksum for 'model.onnx'"},
+        {"model.onnx", " sha256:" + good,
+         "unsupported checksum algorithm ' sha256' for 'model.onnx'"},
+        {"model.onnx", "SHA256:" + good,
+         "unsupported checksum algorithm 'SHA256' for 'model.onnx'"},
         {"model.onnx", std::string(64, '0'), "checksum mismatch for 'model.onnx'"},
         {"vocab.json", "sha256:" + good, "checksum mismatch for 'vocab.json'"},
     };
@@ -147,12 +249,10 @@ TEST(AlignmentModelBundle, ChecksumFailures) {
     }
 }
 
-TEST(AlignmentModelBundle, ChecksumsMayBeUpperCaseAndInsideFolders) {
+TEST(AlignmentModelBundle, ChecksumsMayCoverFilesInsideFolders) {
     BundleFolder bundle;
     writeTextFile(bundle.folder / "extra" / "notes.txt", "hello");
-    std::string upper = sha256Hex("hello");
-    std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
-    bundle.manifest["checksums"]["extra/./notes.txt"] = "sha256:" + upper;
+    bundle.manifest["checksums"]["extra/./notes.txt"] = "sha256:" + sha256Hex("hello");
     bundle.write();
     EXPECT_NO_THROW(bundle.load().validateInstalledFilesStrict());
 }
