@@ -2,8 +2,6 @@
 
 #include "core/files.h"
 
-#include <algorithm>
-
 namespace orvelle {
 
 ParakeetModelFolder ParakeetModelFolder::at(const std::filesystem::path& root) {
@@ -24,12 +22,6 @@ ParakeetModelFolder ParakeetModelFolder::at(const std::filesystem::path& root) {
         folder.tokenizer = root / "tokenizer.json";
     }
     return folder;
-}
-
-bool ParakeetModelFolder::isComplete() const {
-    return fileExists(tokenizer) &&
-           std::all_of(models.begin(), models.end(),
-                       [](const std::filesystem::path& model) { return fileExists(model); });
 }
 
 } // namespace orvelle

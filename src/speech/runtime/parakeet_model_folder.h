@@ -22,10 +22,9 @@ struct ParakeetModelFolder {
     std::vector<std::filesystem::path> models; // in the order they are checked and loaded
     std::filesystem::path tokenizer;           // tokenizer.json or vocab.txt
 
-    // Never throws; says nothing about whether the files exist.
+    // Never throws; says nothing about whether the files exist (the model locator asks
+    // that, the transcriber reports the first one missing).
     static ParakeetModelFolder at(const std::filesystem::path& root);
-    // True when every model and the tokenizer file exist.
-    bool isComplete() const;
     friend bool operator==(const ParakeetModelFolder&, const ParakeetModelFolder&) = default;
 };
 

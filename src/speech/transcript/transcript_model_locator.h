@@ -16,9 +16,8 @@ defaultModelSource(const std::filesystem::path& workingDirectory);
 std::optional<TranscriptModelSource>
 localDefaultModelSource(const std::filesystem::path& workingDirectory);
 
-// A folder that holds a complete model in one of the two layouts the recogniser loads:
-// "tokenizer.json" with "encoder.onnx", "decoder.onnx" and "joint.onnx", or
-// "vocab.txt" with "encoder-model.onnx" and "decoder_joint-model.onnx".
+// A folder that holds every model and the tokenizer file of its layout (the layouts are
+// those of ParakeetModelFolder).
 bool isParakeetTDTModelRoot(const std::filesystem::path& folder);
 
 } // namespace orvelle::TranscriptModelLocator

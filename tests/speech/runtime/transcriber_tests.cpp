@@ -181,9 +181,7 @@ TEST(ParakeetTranscriber, ConstructionChecksTheModelsInOrder) {
                   ParakeetTranscriber(folder.path(), ParakeetComputeUnits::cpu);
               }).rfind("Failed to load tokenizer at " + (folder / "tokenizer.json").string(), 0),
               0u);
-    EXPECT_FALSE(ParakeetModelFolder::at(folder.path()).isComplete());
     std::filesystem::copy_file(source / "tokenizer.json", folder / "tokenizer.json");
-    EXPECT_TRUE(ParakeetModelFolder::at(folder.path()).isComplete());
     EXPECT_NO_THROW(ParakeetTranscriber(folder.path(), ParakeetComputeUnits::cpu));
 
     const testing::TemporaryDirectory fused;
