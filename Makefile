@@ -7,7 +7,7 @@ ORVELLE := $(BUILD_DIR)/bin/orvelle
 DEMO_DIR ?= build/demo
 JOBS ?= $(shell nproc)
 
-.PHONY: all bootstrap configure build test demo asan-test bench format tidy clean
+.PHONY: all bootstrap configure build test demo asan-test bench fuzz format tidy clean
 
 all: build
 
@@ -34,6 +34,22 @@ demo: build
 bench:
 	$(MAKE) build PRESET=release
 	@scripts/run-benchmarks build/release
+
+# libFuzzer (clang) on each reader of user files for FUZZ_SECONDS each, starting from the kept
+# corpus; new inputs go to build/fuzz/corpus/, crashing ones to build/fuzz/crashes/.
+FUZZ_SECONDS ?= 60
+FUZZERS := project_state cursor_recording project_package
+
+fuzz: bootstrap
+	@test -f build/fuzz/build.ninja || cmake --preset fuzz
+	cmake --build --preset fuzz -j $(JOBS)
+	@mkdir -p build/fuzz/crashes
+	@set -e; for name in $(FUZZERS); do \
+	  echo "== $${name}_fuzzer ($(FUZZ_SECONDS) s)"; \
+	  mkdir -p build/fuzz/corpus/$$name; \
+	  build/fuzz/bin/$${name}_fuzzer -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
+	    -artifact_prefix=build/fuzz/crashes/$${name}- build/fuzz/corpus/$$name fuzz/corpus/$$name; \
+	done
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -158,7 +158,7 @@ Json JsonCoder<std::filesystem::path>::encode(const std::filesystem::path& value
 Json parseJson(std::string_view text) {
     try {
         return Json::parse(text.begin(), text.end());
-    } catch (const Json::parse_error& error) {
+    } catch (const Json::exception& error) { // a syntax error, or a number out of range
         throw JsonDecodeError("", std::string("not valid JSON (") + error.what() + ")");
     }
 }

@@ -166,6 +166,25 @@ public:
     template <RangeEditableClip Clip>
     void select(const Uuid& id, const ClipLane<Clip>& lane);
 
+    std::optional<AnimationClip>
+    updateSelectedAnimationClip(const std::function<void(AnimationClip&)>& mutation) {
+        return updateSelectedClip(animationLane, mutation);
+    }
+    std::optional<CameraLayoutClip>
+    updateSelectedCameraLayoutClip(const std::function<void(CameraLayoutClip&)>& mutation) {
+        return updateSelectedClip(cameraLayoutLane, mutation);
+    }
+    std::optional<MaskClip> updateSelectedMaskClip(const std::function<void(MaskClip&)>& mutation) {
+        return updateSelectedClip(maskLane, mutation);
+    }
+    std::optional<MusicClip>
+    updateSelectedMusicClip(const std::function<void(MusicClip&)>& mutation) {
+        return updateSelectedClip(musicLane, mutation);
+    }
+    std::optional<TextClip> updateSelectedTextClip(const std::function<void(TextClip&)>& mutation) {
+        return updateSelectedClip(textLane, mutation);
+    }
+
     std::optional<AnimationClip> selectedAnimationClip() const {
         return selectedClip(animationLane);
     }

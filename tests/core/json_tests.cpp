@@ -91,6 +91,8 @@ TEST(Json, PathsTravelAsFileUrls) {
 TEST(Json, MalformedTextIsADecodeError) {
     EXPECT_THROW(parseJson("{\"a\": "), JsonDecodeError);
     EXPECT_THROW(parseJson(""), JsonDecodeError);
+    // Well-formed, but no double holds it.
+    EXPECT_THROW(parseJson(R"({"createdAt": 7000e0615})"), JsonDecodeError);
 }
 
 } // namespace

@@ -232,7 +232,8 @@ TEST_F(Store, LaneOperationsUseTheirLanesLabelsAndPlaceClipsApart) {
     EXPECT_EQ(copy->text, text.text);
     EXPECT_NE(copy->id, text.id);
     EXPECT_EQ(store_.selectedTextClip(), copy);
-    EXPECT_TRUE(store_.updateSelectedClip<TextClip>(textLane, [](TextClip& c) { c.text = "Hi"; }));
+    EXPECT_TRUE(store_.updateSelectedTextClip([](TextClip& c) { c.text = "Hi"; }));
+    EXPECT_FALSE(store_.updateSelectedMaskClip([](MaskClip& c) { c.opacity = 0; }));
     EXPECT_TRUE(
         store_.updateTextClip(text.id, "Move Text", [](TextClip& c) { c.position.x = 0.2; }));
     EXPECT_EQ(store_.deleteSelectedClip(textLane)->text, "Hi");
