@@ -80,14 +80,18 @@ AlignmentResult OnnxAlignmentEngine::align(const AlignmentRequest& request,
         request.audioFileURL, bundle_.manifest.sampleRate);
     const double audioDuration = audio.duration();
 
-    // The model hears each chunk with the overlap on both sides, so with a fixed input the
-    // answerable part is the input less the overlap at both ends.
+    // Audio that fits the model's fixed input is heard whole, in one run. Longer audio is
+    // heard chunk by chunk with the overlap on both sides, so then the answerable part of a
+    // chunk is the input less the overlap at both ends: a chunk the model cannot hear whole
+    // would leave its last words timed against silence.
     double maximum = options.maximumChunkDuration;
     double overlap = options.chunkOverlap;
     if (const auto limit = logitsProvider_->maximumAudioDuration()) {
         maximum = std::min(maximum, *limit);
-        overlap = std::min(overlap, *limit / 5);
-        maximum = std::min(maximum, *limit - 2 * std::max(overlap, 0.0));
+        if (audioDuration > maximum) {
+            overlap = std::min(overlap, *limit / 5);
+            maximum = std::min(maximum, *limit - 2 * std::max(overlap, 0.0));
+        }
     }
     const std::vector<AlignmentChunk> chunks =
         AlignmentChunkPlan::make(audioDuration, maximum, overlap);

@@ -109,6 +109,18 @@ TEST_F(AlignmentEngineTest, LongAudioIsAlignedInChunksThatFitTheModel) {
     EXPECT_TRUE(hasWarning(result, "Aligned long audio in 4 chunks with overlap."));
 }
 
+TEST_F(AlignmentEngineTest, AudioThatFitsTheModelIsHeardInOneRun) {
+    // 9 s is longer than the 6 s a chunk of long audio answers for, but the padded model
+    // hears it whole.
+    const std::vector<Burst> bursts{{0.4, 0.8}, {4.2, 4.6}, {8.1, 8.5}};
+    writeBursts(audio_, 9.0, bursts);
+    const auto words = wordsOnBursts({"the", "a", "so"}, bursts, -0.2);
+    const auto engine = AlignmentEngineFactory::makeEngine(ctcBundle("ctc-bpe-padded"));
+    const AlignmentResult result = engine->align(request(words, 9.0));
+    expectOnBursts(result, words, bursts);
+    EXPECT_FALSE(hasWarning(result, "Aligned long audio"));
+}
+
 TEST_F(AlignmentEngineTest, LettersTheModelCannotTellApartAreLowConfidence) {
     const std::vector<Burst> bursts{{0.5, 0.8}, {1.2, 1.5}};
     writeBursts(audio_, 2.0, bursts);
