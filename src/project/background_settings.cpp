@@ -1,5 +1,7 @@
 #include "project/background_settings.h"
 
+#include "core/resources.h"
+
 #include <algorithm>
 #include <cctype>
 
@@ -179,6 +181,14 @@ std::string WallpaperPreset::thumbnailResource() const {
     return "BackgroundThumbnails/" +
            std::string(folder ? wallpaperFolder(*folder) : std::string_view()) + "/" +
            resourceName() + "-thumbnail";
+}
+
+std::filesystem::path WallpaperPreset::resourceURL() const {
+    return resourcesDirectory() / "Wallpapers" / (rawValue + ".png");
+}
+
+std::filesystem::path WallpaperPreset::thumbnailURL() const {
+    return resourcesDirectory() / (thumbnailResource() + ".png");
 }
 
 BackgroundColorRGBA JsonCoder<BackgroundColorRGBA>::decode(const Json& json,

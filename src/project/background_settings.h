@@ -6,6 +6,7 @@
 #include "core/json.h"
 
 #include <array>
+#include <filesystem>
 #include <optional>
 #include <span>
 #include <string>
@@ -62,6 +63,10 @@ struct WallpaperPreset {
     std::string resourceName() const;
     // "BackgroundThumbnails/<folder>/<resource name>-thumbnail"
     std::string thumbnailResource() const;
+    // The image files in the application's resources: "Wallpapers/<raw value>.png" and the
+    // thumbnail resource with ".png".
+    std::filesystem::path resourceURL() const;
+    std::filesystem::path thumbnailURL() const;
 
     friend bool operator==(const WallpaperPreset&, const WallpaperPreset&) = default;
 };

@@ -117,7 +117,7 @@ cv::Mat view(cv::Mat& destination, const cv::Rect& region, const cv::Rect& part)
 // covers and clearing the rest.
 void renderClipped(const ImageNode& node, const cv::Rect& region, cv::Mat& destination) {
     const cv::Rect inside = intersect(region, node.extent().outerPixels());
-    if (inside.area() == 0) {
+    if (inside.area() == 0 || node.clear().contains(region)) {
         destination.setTo(cv::Scalar::all(0));
         return;
     }
@@ -150,6 +150,18 @@ std::vector<cv::Rect> subtract(const cv::Rect& region, const cv::Rect& hole) {
         parts.emplace_back(inner.br().x, inner.y, region.br().x - inner.br().x, inner.height);
     }
     return parts;
+}
+
+Box largerBox(const Box& a, const Box& b) {
+    const auto area = [](const Box& box) {
+        return box.isEmpty() ? 0.0 : (box.x1 - box.x0) * (box.y1 - box.y0);
+    };
+    return area(a) >= area(b) ? a : b;
+}
+
+Box shrunkBy(const Box& box, double by) {
+    const Box smaller = box.grown(-by);
+    return smaller.isEmpty() ? Box::empty() : smaller;
 }
 
 bool isSimilarity(const PixelAffine& t) {
@@ -275,13 +287,31 @@ public:
                 coverage = std::min(coverage, arc);
             }
         }
-        return static_cast<int>(std::lround(coverage * 256));
+        return quantizedCoverage(coverage);
     }
+
+    // Coverage 0...1 as 0...256, rounded.
+    static int quantizedCoverage(double coverage) { return static_cast<int>(coverage * 256 + 0.5); }
 
     // The share of the pixel span [p, p + 1] inside [low, high].
     static double share(int p, double low, double high) {
         return std::clamp(std::min(p + 1.0, high) - std::max(static_cast<double>(p), low), 0.0,
                           1.0);
+    }
+
+    // The columns [first, last) of row y where the coverage is the row's share alone:
+    // whole columns of the straight part, clear of the corners.
+    std::pair<int, int> uniformColumns(int y) const {
+        const double cy = y + 0.5;
+        double left = rect_.x0;
+        double right = rect_.x1;
+        if (radius_ > 0 && (cy < rect_.y0 + radius_ || cy > rect_.y1 - radius_)) {
+            left = rect_.x0 + radius_ + 0.5;
+            right = rect_.x1 - radius_ - 0.5;
+        }
+        const int first = static_cast<int>(std::ceil(std::max(left, rect_.x0)));
+        const int last = static_cast<int>(std::floor(std::min(right, rect_.x1)));
+        return {first, std::max(first, last)};
     }
 
     const Box& rect() const { return rect_; }
@@ -305,7 +335,11 @@ public:
           strokeWidth_(strokeWidth), color_(color),
           outer_(strokeWidth > 0 ? rect.grown(strokeWidth / 2) : rect,
                  strokeWidth > 0 ? radius_ + strokeWidth / 2 : radius_),
-          inner_(rect.grown(-strokeWidth / 2), std::max(radius_ - strokeWidth / 2, 0.0)) {}
+          inner_(rect.grown(-strokeWidth / 2), std::max(radius_ - strokeWidth / 2, 0.0)) {
+        if (strokeWidth > 0 && !inner_.rect().isEmpty()) {
+            setClear(shrunkBy(inner_.rect(), inner_.radius() * (1 - M_SQRT1_2) + 1));
+        }
+    }
 
     void render(const cv::Rect& region, cv::Mat& destination) const override {
         destination.setTo(cv::Scalar::all(0));
@@ -325,23 +359,48 @@ public:
                 i.isEmpty() ? 0 : RoundedRectCoverage::share(touched.x + x, i.x0, i.x1);
         }
         for (int y = touched.y; y < touched.br().y; ++y) {
-            uint8_t* out = destination.ptr<uint8_t>(y - region.y) + 4 * (touched.x - region.x);
+            uint8_t* row = destination.ptr<uint8_t>(y - region.y) + 4 * (touched.x - region.x);
             const double outerRow = RoundedRectCoverage::share(y, o.y0, o.y1);
             const double innerRow = i.isEmpty() ? 0 : RoundedRectCoverage::share(y, i.y0, i.y1);
-            for (int x = 0; x < touched.width; ++x, out += 4) {
-                const int px = touched.x + x;
-                int coverage = outer_.at(px, y, outerColumns[static_cast<size_t>(x)], outerRow);
-                if (stroked && coverage > 0 && innerRow > 0) {
-                    coverage -= inner_.at(px, y, innerColumns[static_cast<size_t>(x)], innerRow);
-                }
-                if (coverage <= 0) {
-                    continue;
-                }
+            // Most of a row is one value: fill that run and work out only its two ends.
+            auto [first, last] = outer_.uniformColumns(y);
+            int uniform = RoundedRectCoverage::quantizedCoverage(outerRow);
+            if (stroked && innerRow > 0) {
+                const auto [innerFirst, innerLast] = inner_.uniformColumns(y);
+                first = std::max(first, innerFirst);
+                last = std::min(last, innerLast);
+                uniform -= RoundedRectCoverage::quantizedCoverage(innerRow);
+            }
+            first = std::clamp(first, touched.x, touched.br().x);
+            last = std::clamp(last, first, touched.br().x);
+            const auto paint = [&](uint8_t* out, int coverage) {
                 for (int c = 0; c < 4; ++c) {
                     out[c] = static_cast<uint8_t>(
                         (color_[static_cast<size_t>(c)] * coverage + 128) >> 8);
                 }
+            };
+            if (uniform > 0 && last > first) {
+                uint8_t pixel[4];
+                paint(pixel, uniform);
+                uint8_t* out = row + 4 * (first - touched.x);
+                for (int x = first; x < last; ++x, out += 4) {
+                    std::memcpy(out, pixel, 4);
+                }
             }
+            const auto edge = [&](int from, int to) {
+                for (int px = from; px < to; ++px) {
+                    const auto x = static_cast<size_t>(px - touched.x);
+                    int coverage = outer_.at(px, y, outerColumns[x], outerRow);
+                    if (stroked && coverage > 0 && innerRow > 0) {
+                        coverage -= inner_.at(px, y, innerColumns[x], innerRow);
+                    }
+                    if (coverage > 0) {
+                        paint(row + 4 * x, coverage);
+                    }
+                }
+            };
+            edge(touched.x, first);
+            edge(last, touched.br().x);
         }
     }
 
@@ -381,7 +440,9 @@ public:
         : ImageNode(input->extent().intersection(rect),
                     input->opaque().intersection(boxOf(rect.innerPixels())),
                     input->white().intersection(boxOf(rect.innerPixels()))),
-          input_(std::move(input)), rect_(rect) {}
+          input_(std::move(input)), rect_(rect) {
+        setClear(input_->clear());
+    }
 
     void render(const cv::Rect& region, cv::Mat& destination) const override {
         const cv::Rect outer = extent().outerPixels();
@@ -445,32 +506,25 @@ private:
 
 // ---- Source-over ---------------------------------------------------------------------------
 
-Box largerBox(const Box& a, const Box& b) {
-    const auto area = [](const Box& box) {
-        return box.isEmpty() ? 0.0 : (box.x1 - box.x0) * (box.y1 - box.y0);
-    };
-    return area(a) >= area(b) ? a : b;
-}
-
 class OverNode final : public ImageNode {
 public:
     OverNode(NodePointer foreground, NodePointer background)
         : ImageNode(foreground->extent().unionWith(background->extent()),
                     largerBox(foreground->opaque(), background->opaque()), foreground->white()),
-          foreground_(std::move(foreground)), background_(std::move(background)) {}
+          foreground_(std::move(foreground)), background_(std::move(background)) {
+        setClear(foreground_->clear().intersection(background_->clear()));
+    }
 
     void render(const cv::Rect& region, cv::Mat& destination) const override {
-        renderClipped(*foreground_, region, destination);
-        // Only where the foreground is not known to be opaque can the background show.
-        const cv::Rect background = background_->extent().outerPixels();
-        for (const cv::Rect& part : subtract(region, foreground_->opaque().innerPixels())) {
-            const cv::Rect needed = intersect(part, background);
-            if (needed.area() == 0) {
-                continue;
-            }
-            const cv::Mat under = background_->rendered(needed);
-            cv::Mat target = view(destination, region, needed);
-            blendUnder(target, under);
+        // Where the foreground is known clear, the background alone is the answer.
+        const cv::Rect clear = intersect(region, foreground_->clear().innerPixels());
+        if (clear.area() > 0) {
+            cv::Mat part = view(destination, region, clear);
+            renderClipped(*background_, clear, part);
+        }
+        for (const cv::Rect& part : subtract(region, clear)) {
+            cv::Mat target = view(destination, region, part);
+            renderOver(part, target);
         }
     }
 
@@ -479,8 +533,55 @@ public:
     }
 
 private:
+    void renderOver(const cv::Rect& region, cv::Mat& destination) const {
+        renderClipped(*foreground_, region, destination);
+        // Only where the foreground is not known to be opaque can the background show.
+        const cv::Rect background = background_->extent().outerPixels();
+        for (const cv::Rect& part : subtract(region, foreground_->opaque().innerPixels())) {
+            const cv::Rect needed = intersect(part, background);
+            if (needed.area() == 0 || background_->clear().contains(needed)) {
+                continue;
+            }
+            const cv::Mat under = background_->rendered(needed);
+            cv::Mat target = view(destination, region, needed);
+            blendUnder(target, under);
+        }
+    }
+
     NodePointer foreground_;
     NodePointer background_;
+};
+
+// ---- Clamp ---------------------------------------------------------------------------------
+
+class ClampNode final : public ImageNode {
+public:
+    explicit ClampNode(NodePointer input)
+        : ImageNode(Box::infinite(), Box::empty()), input_(std::move(input)) {}
+
+    const NodePointer& input() const { return input_; }
+
+    void render(const cv::Rect& region, cv::Mat& destination) const override {
+        const cv::Rect source = input_->extent().outerPixels();
+        const auto clampX = [&](int x) { return std::clamp(x, source.x, source.br().x - 1); };
+        const auto clampY = [&](int y) { return std::clamp(y, source.y, source.br().y - 1); };
+        const int left = clampX(region.x);
+        const int right = clampX(region.br().x - 1);
+        const int top = clampY(region.y);
+        const int bottom = clampY(region.br().y - 1);
+        const cv::Rect core(left, top, right - left + 1, bottom - top + 1);
+        const cv::Mat pixels = input_->rendered(core);
+        for (int y = 0; y < region.height; ++y) {
+            const uint8_t* in = pixels.ptr<uint8_t>(clampY(region.y + y) - top);
+            uint8_t* out = destination.ptr<uint8_t>(y);
+            for (int x = 0; x < region.width; ++x) {
+                std::memcpy(out + 4 * x, in + 4 * (clampX(region.x + x) - left), 4);
+            }
+        }
+    }
+
+private:
+    NodePointer input_;
 };
 
 // ---- Transform -----------------------------------------------------------------------------
@@ -490,13 +591,22 @@ public:
     TransformNode(NodePointer input, const PixelAffine& transform)
         : ImageNode(input->extent().transformed(transform), inside(input->opaque(), transform),
                     inside(input->white(), transform)),
-          input_(std::move(input)), transform_(transform) {}
+          input_(std::move(input)), transform_(transform) {
+        setClear(inside(input_->clear(), transform_));
+    }
 
     void render(const cv::Rect& region, cv::Mat& destination) const override {
         if (const auto* bitmap = dynamic_cast<const BitmapNode*>(input_.get())) {
             resample(bitmap->source(transform_.linearScale()), transform_, false, region.x,
                      region.y, destination);
             return;
+        }
+        if (const auto* clamp = dynamic_cast<const ClampNode*>(input_.get())) {
+            if (const auto* bitmap = dynamic_cast<const BitmapNode*>(clamp->input().get())) {
+                resample(bitmap->source(transform_.linearScale()), transform_, true, region.x,
+                         region.y, destination);
+                return;
+            }
         }
         // Render the input where this region comes from, with room for the filter.
         const PixelAffine inverse = transform_.inverted();
@@ -529,36 +639,6 @@ private:
 
     NodePointer input_;
     PixelAffine transform_;
-};
-
-// ---- Clamp ---------------------------------------------------------------------------------
-
-class ClampNode final : public ImageNode {
-public:
-    explicit ClampNode(NodePointer input)
-        : ImageNode(Box::infinite(), Box::empty()), input_(std::move(input)) {}
-
-    void render(const cv::Rect& region, cv::Mat& destination) const override {
-        const cv::Rect source = input_->extent().outerPixels();
-        const auto clampX = [&](int x) { return std::clamp(x, source.x, source.br().x - 1); };
-        const auto clampY = [&](int y) { return std::clamp(y, source.y, source.br().y - 1); };
-        const int left = clampX(region.x);
-        const int right = clampX(region.br().x - 1);
-        const int top = clampY(region.y);
-        const int bottom = clampY(region.br().y - 1);
-        const cv::Rect core(left, top, right - left + 1, bottom - top + 1);
-        const cv::Mat pixels = input_->rendered(core);
-        for (int y = 0; y < region.height; ++y) {
-            const uint8_t* in = pixels.ptr<uint8_t>(clampY(region.y + y) - top);
-            uint8_t* out = destination.ptr<uint8_t>(y);
-            for (int x = 0; x < region.width; ++x) {
-                std::memcpy(out + 4 * x, in + 4 * (clampX(region.x + x) - left), 4);
-            }
-        }
-    }
-
-private:
-    NodePointer input_;
 };
 
 // ---- Blurs ---------------------------------------------------------------------------------
@@ -600,7 +680,9 @@ public:
         : ImageNode(input->extent().grown(std::ceil(3 * sigma)),
                     shrunk(input->opaque(), std::ceil(3 * sigma)),
                     shrunk(input->white(), std::ceil(3 * sigma))),
-          input_(std::move(input)), sigma_(sigma), reach_(static_cast<int>(std::ceil(3 * sigma))) {}
+          input_(std::move(input)), sigma_(sigma), reach_(static_cast<int>(std::ceil(3 * sigma))) {
+        setClear(shrunkBy(input_->clear(), reach_));
+    }
 
     void render(const cv::Rect& region, cv::Mat& destination) const override {
         renderFiltered(*input_, reach_, region, destination, [&](const cv::Mat& in, cv::Mat& out) {
@@ -716,7 +798,15 @@ class ColorMatrixNode final : public ImageNode {
 public:
     ColorMatrixNode(NodePointer input, const ColorMatrixCoefficients& matrix)
         : ImageNode(input->extent(), keepsAlpha(matrix) ? input->opaque() : Box::empty()),
-          input_(std::move(input)), matrix_(matrix) {}
+          input_(std::move(input)), matrix_(matrix) {
+        if (matrix_.rows[0][4] == 0 && matrix_.rows[1][4] == 0 && matrix_.rows[2][4] == 0 &&
+            matrix_.rows[3][4] == 0) {
+            setClear(input_->clear());
+        }
+    }
+
+    const NodePointer& input() const { return input_; }
+    const ColorMatrixCoefficients& matrix() const { return matrix_; }
 
     void render(const cv::Rect& region, cv::Mat& destination) const override {
         renderClipped(*input_, region, destination);
@@ -743,23 +833,48 @@ public:
         : ImageNode(input->extent().intersection(mask->extent()).unionWith(background->extent()),
                     largerBox(input->opaque().intersection(mask->white()),
                               input->opaque().intersection(background->opaque()))),
-          input_(std::move(input)), background_(std::move(background)), mask_(std::move(mask)) {}
+          input_(std::move(input)), background_(std::move(background)), mask_(std::move(mask)) {
+        setClear(input_->clear().intersection(background_->clear()));
+    }
 
     void render(const cv::Rect& region, cv::Mat& destination) const override {
         const cv::Rect maskPixels = mask_->extent().outerPixels();
-        if (intersect(region, maskPixels).area() == 0) {
+        if (intersect(region, maskPixels).area() == 0 || mask_->clear().contains(region)) {
             renderClipped(*background_, region, destination);
             return;
         }
-        renderClipped(*input_, region, destination);
+        // A background that is the input through a colour matrix (a dimmed copy) is made
+        // from the input's pixels instead of rendering the input twice; likewise the other
+        // way round.
+        const auto* dimmedBackground = dynamic_cast<const ColorMatrixNode*>(background_.get());
+        const auto* dimmedInput = dynamic_cast<const ColorMatrixNode*>(input_.get());
+        const bool backgroundFromInput = dimmedBackground && dimmedBackground->input() == input_;
+        const bool inputFromBackground = dimmedInput && dimmedInput->input() == background_;
+        cv::Mat under;
+        if (inputFromBackground) {
+            under.create(region.size(), CV_8UC4);
+            renderClipped(*background_, region, under);
+            under.copyTo(destination);
+            colorMatrix(destination, dimmedInput->matrix());
+        } else {
+            renderClipped(*input_, region, destination);
+        }
         // Where the mask is known white the input stands alone.
         for (const cv::Rect& part : subtract(region, mask_->white().innerPixels())) {
-            cv::Mat under(part.size(), CV_8UC4);
-            renderClipped(*background_, part, under);
+            cv::Mat target = view(destination, region, part);
+            cv::Mat partUnder;
+            if (inputFromBackground) {
+                partUnder = view(under, region, part);
+            } else if (backgroundFromInput) {
+                target.copyTo(partUnder);
+                colorMatrix(partUnder, dimmedBackground->matrix());
+            } else {
+                partUnder.create(part.size(), CV_8UC4);
+                renderClipped(*background_, part, partUnder);
+            }
             cv::Mat weights(part.size(), CV_8UC4);
             renderClipped(*mask_, part, weights);
-            cv::Mat target = view(destination, region, part);
-            blendWithMask(target, under, weights);
+            blendWithMask(target, partUnder, weights);
         }
     }
 
@@ -780,17 +895,27 @@ public:
         : ImageNode(input->extent(), background->extent().intersection(input->opaque()).isEmpty()
                                          ? input->opaque()
                                          : Box::empty()),
-          input_(std::move(input)), background_(std::move(background)) {}
+          input_(std::move(input)), background_(std::move(background)) {
+        setClear(largerBox(input_->clear(), background_->opaque()));
+    }
 
     void render(const cv::Rect& region, cv::Mat& destination) const override {
-        renderClipped(*input_, region, destination);
-        const cv::Rect needed = intersect(region, background_->extent().outerPixels());
-        if (needed.area() == 0) {
-            return;
+        // Under an opaque background nothing of the input is left.
+        const cv::Rect hidden = intersect(region, background_->opaque().innerPixels());
+        if (hidden.area() > 0) {
+            view(destination, region, hidden).setTo(cv::Scalar::all(0));
         }
-        const cv::Mat cover = background_->rendered(needed);
-        cv::Mat target = view(destination, region, needed);
-        sourceOut(target, cover);
+        for (const cv::Rect& part : subtract(region, hidden)) {
+            cv::Mat target = view(destination, region, part);
+            renderClipped(*input_, part, target);
+            const cv::Rect needed = intersect(part, background_->extent().outerPixels());
+            if (needed.area() == 0) {
+                continue;
+            }
+            const cv::Mat cover = background_->rendered(needed);
+            cv::Mat covered = view(destination, region, needed);
+            sourceOut(covered, cover);
+        }
     }
 
     NodePointer transformed(const PixelAffine& t) const override {
@@ -807,7 +932,9 @@ public:
     MultiplyNode(NodePointer input, NodePointer background)
         : ImageNode(input->extent().intersection(background->extent()),
                     input->opaque().intersection(background->opaque())),
-          input_(std::move(input)), background_(std::move(background)) {}
+          input_(std::move(input)), background_(std::move(background)) {
+        setClear(largerBox(input_->clear(), background_->clear()));
+    }
 
     void render(const cv::Rect& region, cv::Mat& destination) const override {
         renderClipped(*input_, region, destination);

@@ -137,16 +137,42 @@ void blendUnder(cv::Mat& destination, const cv::Mat& background) {
 
 void blendWithMask(cv::Mat& destination, const cv::Mat& background, const cv::Mat& mask) {
     CV_Assert(destination.size() == background.size() && destination.size() == mask.size());
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i full = _mm_set1_epi16(255);
+    const __m128i green = _mm_set1_epi32(0x0000FF00);
     const int width = destination.cols;
     for (int y = 0; y < destination.rows; ++y) {
         uint8_t* d = destination.ptr<uint8_t>(y);
         const uint8_t* b = background.ptr<uint8_t>(y);
         const uint8_t* m = mask.ptr<uint8_t>(y);
-        for (int x = 0; x < width; ++x) {
-            const int weight = m[4 * x + 1];
-            if (weight == 255) {
+        int x = 0;
+        for (; x + 4 <= width; x += 4) {
+            const __m128i weights = _mm_loadu_si128(reinterpret_cast<const __m128i*>(m + 4 * x));
+            const __m128i g = _mm_and_si128(weights, green);
+            if (_mm_movemask_epi8(_mm_cmpeq_epi32(g, green)) == 0xFFFF) {
+                continue; // all white: the input as it is
+            }
+            const __m128i under = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + 4 * x));
+            if (_mm_movemask_epi8(_mm_cmpeq_epi32(g, zero)) == 0xFFFF) {
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 4 * x), under);
                 continue;
             }
+            const __m128i in = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + 4 * x));
+            // Each pixel's green repeated over its four 16-bit lanes.
+            const __m128i wLo = _mm_shufflehi_epi16(
+                _mm_shufflelo_epi16(_mm_unpacklo_epi8(weights, zero), 0x55), 0x55);
+            const __m128i wHi = _mm_shufflehi_epi16(
+                _mm_shufflelo_epi16(_mm_unpackhi_epi8(weights, zero), 0x55), 0x55);
+            const __m128i lo = divideBy255(_mm_add_epi16(
+                _mm_mullo_epi16(_mm_unpacklo_epi8(in, zero), wLo),
+                _mm_mullo_epi16(_mm_unpacklo_epi8(under, zero), _mm_sub_epi16(full, wLo))));
+            const __m128i hi = divideBy255(_mm_add_epi16(
+                _mm_mullo_epi16(_mm_unpackhi_epi8(in, zero), wHi),
+                _mm_mullo_epi16(_mm_unpackhi_epi8(under, zero), _mm_sub_epi16(full, wHi))));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 4 * x), _mm_packus_epi16(lo, hi));
+        }
+        for (; x < width; ++x) {
+            const int weight = m[4 * x + 1];
             const int inverse = 255 - weight;
             for (int c = 0; c < 4; ++c) {
                 const int i = 4 * x + c;
@@ -227,14 +253,43 @@ void colorMatrix(cv::Mat& destination, const ColorMatrixCoefficients& matrix) {
         factor[1] = static_cast<int>(std::lround(std::max(0.f, m[1][1] * k) * 256));
         factor[2] = static_cast<int>(std::lround(std::max(0.f, m[0][0] * k) * 256));
         factor[3] = static_cast<int>(std::lround(k * 256));
+        // Factors in 256ths, at most 256 for alpha; colour is held to the new alpha below.
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i factors = _mm_setr_epi16(
+            static_cast<int16_t>(std::min(factor[0], 32767)),
+            static_cast<int16_t>(std::min(factor[1], 32767)),
+            static_cast<int16_t>(std::min(factor[2], 32767)), static_cast<int16_t>(factor[3]),
+            static_cast<int16_t>(std::min(factor[0], 32767)),
+            static_cast<int16_t>(std::min(factor[1], 32767)),
+            static_cast<int16_t>(std::min(factor[2], 32767)), static_cast<int16_t>(factor[3]));
+        const bool colourWithinAlpha = factor[0] <= factor[3] && factor[1] <= factor[3] &&
+                                       factor[2] <= factor[3] && factor[0] <= 256 &&
+                                       factor[1] <= 256 && factor[2] <= 256;
+        const __m128i half = _mm_set1_epi16(128);
         for (int y = 0; y < destination.rows; ++y) {
             uint8_t* p = destination.ptr<uint8_t>(y);
-            for (int x = 0; x < width; ++x, p += 4) {
-                const int alpha = (p[3] * factor[3] + 128) >> 8;
-                for (int c = 0; c < 3; ++c) {
-                    p[c] = static_cast<uint8_t>(std::min(alpha, (p[c] * factor[c] + 128) >> 8));
+            int x = 0;
+            if (colourWithinAlpha) {
+                // No channel can outgrow alpha: a plain scale, four pixels at a time.
+                for (; x + 4 <= width; x += 4) {
+                    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4 * x));
+                    const __m128i lo = _mm_srli_epi16(
+                        _mm_add_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(v, zero), factors), half),
+                        8);
+                    const __m128i hi = _mm_srli_epi16(
+                        _mm_add_epi16(_mm_mullo_epi16(_mm_unpackhi_epi8(v, zero), factors), half),
+                        8);
+                    _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 4 * x),
+                                     _mm_packus_epi16(lo, hi));
                 }
-                p[3] = static_cast<uint8_t>(alpha);
+            }
+            for (; x < width; ++x) {
+                uint8_t* q = p + 4 * x;
+                const int alpha = (q[3] * factor[3] + 128) >> 8;
+                for (int c = 0; c < 3; ++c) {
+                    q[c] = static_cast<uint8_t>(std::min(alpha, (q[c] * factor[c] + 128) >> 8));
+                }
+                q[3] = static_cast<uint8_t>(alpha);
             }
         }
         return;

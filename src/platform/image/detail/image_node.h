@@ -62,6 +62,8 @@ public:
     const Box& opaque() const { return opaque_; }
     // A part known to be opaque white: where this image, used as a mask, lets all through.
     const Box& white() const { return white_; }
+    // A part known to be fully transparent: nothing there needs drawing.
+    const Box& clear() const { return clear_; }
 
     // Writes every pixel of `region` into `destination` (CV_8UC4, region's size).
     virtual void render(const cv::Rect& region, cv::Mat& destination) const = 0;
@@ -76,11 +78,13 @@ public:
 
 protected:
     NodePointer self() const { return shared_from_this(); }
+    void setClear(const Box& clear) { clear_ = clear.isEmpty() ? Box::empty() : clear; }
 
 private:
     Box extent_;
     Box opaque_;
     Box white_;
+    Box clear_ = Box::empty();
 };
 
 // Builders that simplify as they go (an empty input, an identity transform).

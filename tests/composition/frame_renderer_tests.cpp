@@ -1,0 +1,388 @@
+// The renderer's picture, checked at chosen points of small stages.
+
+#include "composition/cursor_vector_art.h"
+#include "frame_renderer_test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+namespace orvelle {
+namespace {
+
+using testing::at;
+using testing::idleComposition;
+using testing::renderFrame;
+using testing::solidPicture;
+
+constexpr double W = 320;
+constexpr double H = 180;
+const std::array<int, 4> kBlue{255, 0, 0, 255};
+const std::array<int, 4> kGreen{0, 255, 0, 255};
+const ImageColor kGreenColor{0, 1, 0, 1};
+
+::testing::AssertionResult near(const std::array<int, 4>& actual,
+                                const std::array<int, 4>& expected, int tolerance) {
+    for (size_t i = 0; i < 4; ++i) {
+        if (std::abs(actual[i] - expected[i]) > tolerance) {
+            return ::testing::AssertionFailure()
+                   << "(" << actual[0] << ", " << actual[1] << ", " << actual[2] << ", "
+                   << actual[3] << ") is not within " << tolerance << " of (" << expected[0] << ", "
+                   << expected[1] << ", " << expected[2] << ", " << expected[3] << ")";
+        }
+    }
+    return ::testing::AssertionSuccess();
+}
+
+FrameRendererInput greenCard(const FrameComposition& composition) {
+    return {solidPicture(W, H, kGreenColor), std::nullopt, std::nullopt, composition};
+}
+
+TEST(FrameRendererCard, PaddingPlacesACentredCard) {
+    FrameRenderingContext context;
+    const Bitmap frame = renderFrame(greenCard(idleComposition(W, H, 0.1)), context);
+    // paddingScale 0.9: the card spans x 16...304, y 9...171.
+    EXPECT_TRUE(near(at(frame, 8, 90), kBlue, 0));
+    EXPECT_TRUE(near(at(frame, 160, 90), kGreen, 0));
+    EXPECT_TRUE(near(at(frame, 160, 4), kBlue, 0));
+    EXPECT_TRUE(near(at(frame, 160, 175), kBlue, 0));
+    EXPECT_TRUE(near(at(frame, 20, 90), kGreen, 25)); // inside the faint edge stroke
+    EXPECT_TRUE(near(at(frame, 15, 90), kBlue, 0));
+}
+
+TEST(FrameRendererCard, NoPaddingFillsTheStageWithSquareCorners) {
+    FrameRenderingContext context;
+    const Bitmap frame = renderFrame(greenCard(idleComposition(W, H, 0)), context);
+    EXPECT_TRUE(near(at(frame, 0, 0), kGreen, 0));
+    EXPECT_TRUE(near(at(frame, W - 1, H - 1), kGreen, 0));
+    EXPECT_TRUE(near(at(frame, W / 2, H / 2), kGreen, 0));
+}
+
+TEST(FrameRendererCard, CornerRadiusRoundsTheCardCorners) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0.1);
+    composition.preview.screen.cornerRadius = 20;
+    composition.preview.screen.strokeWidth = 0;
+    const Bitmap frame = renderFrame(greenCard(composition), context);
+    // The card's top-left corner is at (16, 9); radius 20 in card points is 18 on the stage.
+    EXPECT_TRUE(near(at(frame, 17, 10), kBlue, 0));
+    EXPECT_TRUE(near(at(frame, 16 + 18, 10), kGreen, 0));
+    EXPECT_TRUE(near(at(frame, 17, 9 + 18), kGreen, 0));
+    EXPECT_TRUE(near(at(frame, 16 + 6, 9 + 6), kGreen, 0)); // inside the arc
+}
+
+TEST(FrameRendererCard, StrokeIsARingInsideTheEdge) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0.1);
+    composition.preview.screen.strokeWidth = 2;
+    composition.preview.screen.strokeOpacity = 1;
+    composition.preview.screen.cornerRadius = 0;
+    const Bitmap frame = renderFrame(greenCard(composition), context);
+    // Width 2 in card points is 1.8 on the stage: the first stage pixel inside is white.
+    EXPECT_TRUE(near(at(frame, 16.5, 90), {255, 255, 255, 255}, 2));
+    EXPECT_TRUE(near(at(frame, 160, 9.5), {255, 255, 255, 255}, 2));
+    EXPECT_TRUE(near(at(frame, 20, 90), kGreen, 0));
+    EXPECT_TRUE(near(at(frame, 14, 90), kBlue, 0));
+
+    composition.preview.screen.strokeWidth = 0;
+    const Bitmap none = renderFrame(greenCard(composition), context);
+    EXPECT_TRUE(near(at(none, 16.5, 90), kGreen, 0));
+}
+
+TEST(FrameRendererCard, ShadowFallsBelowTheCard) {
+    FrameRenderingContext context;
+    const FrameComposition composition = idleComposition(W, H, 0.1, 0.5);
+    const Bitmap frame = renderFrame(greenCard(composition), context);
+    const auto below = at(frame, 160, 175);
+    const auto above = at(frame, 160, 4);
+    EXPECT_LT(below[0], 200); // darkened blue
+    EXPECT_LT(below[0], above[0]);
+    EXPECT_TRUE(near(at(frame, 2, 2), kBlue, 12));
+
+    FrameComposition flat = composition;
+    flat.preview.screen.shadowOpacity = 0;
+    const Bitmap unshadowed = renderFrame(greenCard(flat), context);
+    EXPECT_TRUE(near(at(unshadowed, 160, 175), kBlue, 0));
+}
+
+TEST(FrameRendererCard, ZoomAndOffsetMoveThePicture) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0);
+    composition.preview.screen.zoomScale = 2;
+    composition.preview.screen.offset = {W / 2, H / 2}; // the picture's top-left quarter fills
+    const Image picture = testing::splitPicture(W, H, {1, 0, 0, 1}, kGreenColor);
+    const Bitmap frame = renderFrame({picture, std::nullopt, std::nullopt, composition}, context);
+    EXPECT_TRUE(near(at(frame, 10, 10), {0, 0, 255, 255}, 0));
+    EXPECT_TRUE(near(at(frame, W - 10, H - 10), {0, 0, 255, 255}, 0));
+}
+
+TEST(FrameRendererCard, MotionBlurBelowItsThresholdChangesNothing) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0.1);
+    const Image picture = testing::splitPicture(W, H, {1, 0, 0, 1}, kGreenColor);
+    const Bitmap sharp = renderFrame({picture, std::nullopt, std::nullopt, composition}, context);
+    composition.preview.screen.motionBlurRadius = 0.01;
+    const Bitmap same = renderFrame({picture, std::nullopt, std::nullopt, composition}, context);
+    composition.preview.screen.motionBlurRadius = 0.5;
+    const Bitmap blurred = renderFrame({picture, std::nullopt, std::nullopt, composition}, context);
+    EXPECT_EQ(at(sharp, W / 2 - 1, 90), at(same, W / 2 - 1, 90));
+    EXPECT_NE(at(sharp, W / 2 - 1, 90), at(blurred, W / 2 - 1, 90));
+}
+
+MaskLayerComposition maskOver(const Rect& stageRect, double opacity, bool inverted) {
+    MaskLayerComposition mask;
+    mask.stageRect = stageRect;
+    mask.opacity = opacity;
+    mask.isInverted = inverted;
+    return mask;
+}
+
+TEST(FrameRendererMask, NormalMaskDimsAllButTheHole) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0.1);
+    composition.preview.mask = maskOver({100, 50, 100, 60}, 0.5, false);
+    const Bitmap frame = renderFrame(greenCard(composition), context);
+    EXPECT_TRUE(near(at(frame, 150, 80), kGreen, 0));          // in the hole
+    EXPECT_TRUE(near(at(frame, 40, 80), {0, 128, 0, 255}, 2)); // card outside the hole
+    EXPECT_TRUE(near(at(frame, 5, 80), {128, 0, 0, 255}, 2));  // the background too
+}
+
+TEST(FrameRendererMask, InvertedMaskDimsOnlyTheHole) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0.1);
+    composition.preview.mask = maskOver({100, 50, 100, 60}, 0.5, true);
+    const Bitmap frame = renderFrame(greenCard(composition), context);
+    EXPECT_TRUE(near(at(frame, 150, 80), {0, 128, 0, 255}, 2));
+    EXPECT_TRUE(near(at(frame, 40, 80), kGreen, 0));
+    EXPECT_TRUE(near(at(frame, 5, 80), kBlue, 0));
+}
+
+TEST(FrameRendererMask, MaskOutsideTheStage) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0.1);
+    composition.preview.mask = maskOver({W + 50, 10, 40, 40}, 1, false);
+    const Bitmap normal = renderFrame(greenCard(composition), context);
+    EXPECT_TRUE(near(at(normal, 150, 80), {0, 0, 0, 255}, 0));
+    composition.preview.mask->isInverted = true;
+    const Bitmap inverted = renderFrame(greenCard(composition), context);
+    EXPECT_TRUE(near(at(inverted, 150, 80), kGreen, 0));
+}
+
+TEST(FrameRendererMask, BorderGlowsAroundTheHole) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0);
+    MaskLayerComposition mask = maskOver({100, 50, 100, 60}, 0.5, false);
+    mask.borderStyle = MaskBorder::Style::pulse;
+    mask.borderOpacity = 1;
+    mask.borderColor = {1, 0, 0, 1};
+    composition.preview.mask = mask;
+    const Bitmap frame = renderFrame(greenCard(composition), context);
+    EXPECT_GT(at(frame, 150, 50)[2], 60); // red on the hole's top edge
+    EXPECT_LT(at(frame, 150, 80)[2], 10); // hardly any in the middle of the hole
+    composition.preview.mask->borderOpacity = 0;
+    const Bitmap plain = renderFrame(greenCard(composition), context);
+    EXPECT_EQ(at(plain, 150, 50)[2], 0);
+}
+
+// The pointer's point for each style lands on the given stage point, at the largest size.
+TEST(FrameRendererPointer, HotSpotLandsOnThePointerPoint) {
+    const Point point{100, 60};
+    const std::array<int, 4> grey{128, 128, 128, 255};
+    for (const CursorStyle style :
+         {CursorStyle::soft, CursorStyle::crisp, CursorStyle::obsidian, CursorStyle::brutalist,
+          CursorStyle::beveled, CursorStyle::pointer, CursorStyle::dot}) {
+        SCOPED_TRACE(std::string(enumName(style)));
+        FrameRenderingContext context;
+        FrameComposition composition = idleComposition(W, H, 0);
+        composition.cursorStyle = style;
+        composition.cursorDotColor = {1, 0, 0, 1};
+        const bool dot = style == CursorStyle::dot;
+        CursorLayerComposition cursor;
+        cursor.position = {point.x + (dot ? 0 : 19), point.y + (dot ? 0 : 20)};
+        cursor.sizeScale = 2.55;
+        composition.preview.cursor = cursor;
+        const Image picture = solidPicture(W, H, {128 / 255.0, 128 / 255.0, 128 / 255.0, 1});
+        const FrameRendererInput input{picture, std::nullopt, std::nullopt, composition};
+        const Bitmap frame = renderFrame(input, context);
+        // How far a pixel is from the plain grey picture.
+        const auto ink = [&](const Bitmap& bitmap, double x, double y) {
+            const auto p = at(bitmap, x, y);
+            return std::abs(p[0] - grey[0]) + std::abs(p[1] - grey[1]) + std::abs(p[2] - grey[2]);
+        };
+        if (dot) {
+            EXPECT_GT(at(frame, point.x, point.y)[2], 200);
+            EXPECT_LT(at(frame, point.x, point.y)[1], 40);
+            EXPECT_EQ(ink(frame, point.x - 40, point.y), 0);
+        } else {
+            // Art lies just below and right of the point, none further up and left.
+            EXPECT_GT(ink(frame, point.x + 6, point.y + 10), 20);
+            EXPECT_EQ(ink(frame, point.x - 8, point.y - 8), 0);
+            EXPECT_EQ(ink(frame, point.x + 10, point.y - 8), 0);
+        }
+        FrameRendererInput hidden = input;
+        hidden.composition.cursorIsHidden = true;
+        const Bitmap without = renderFrame(hidden, context);
+        EXPECT_EQ(ink(without, point.x + 6, point.y + 10), 0);
+        EXPECT_EQ(ink(without, point.x, point.y), 0);
+    }
+}
+
+CameraLayerComposition overlay(double size, double cornerRadius, double horizontalScale) {
+    CameraLayerComposition camera;
+    camera.frameSize = {size, size};
+    camera.center = {W - size / 2 - 18, H - size / 2 - 18};
+    camera.cornerRadius = cornerRadius;
+    camera.horizontalScale = horizontalScale;
+    camera.isMirrored = horizontalScale < 0;
+    return camera;
+}
+
+TEST(FrameRendererCamera, OverlayIsMirroredByItsHorizontalScale) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0);
+    composition.hasCameraOverlay = true;
+    const Image camera = testing::splitPicture(100, 100, {1, 0, 0, 1}, {1, 1, 0, 1});
+    const double left = W - 80 - 18;
+    const double top = H - 80 - 18;
+    composition.preview.camera = overlay(80, 0, 1);
+    const Bitmap plain =
+        renderFrame({solidPicture(W, H, kGreenColor), camera, std::nullopt, composition}, context);
+    EXPECT_TRUE(near(at(plain, left + 10, top + 40), {0, 0, 255, 255}, 0));
+    EXPECT_TRUE(near(at(plain, left + 70, top + 40), {0, 255, 255, 255}, 0));
+    composition.preview.camera = overlay(80, 0, -1);
+    const Bitmap mirrored =
+        renderFrame({solidPicture(W, H, kGreenColor), camera, std::nullopt, composition}, context);
+    EXPECT_TRUE(near(at(mirrored, left + 10, top + 40), {0, 255, 255, 255}, 0));
+    EXPECT_TRUE(near(at(mirrored, left + 70, top + 40), {0, 0, 255, 255}, 0));
+    // Without a camera picture the overlay is left out.
+    const Bitmap none = renderFrame(greenCard(composition), context);
+    EXPECT_TRUE(near(at(none, left + 10, top + 40), kGreen, 0));
+}
+
+TEST(FrameRendererCamera, RoundOverlayHasAShadowBelow) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0);
+    composition.preview.camera = overlay(80, 40, 1);
+    const Image camera = solidPicture(100, 100, {1, 0, 0, 1});
+    const Bitmap frame =
+        renderFrame({solidPicture(W, H, {1, 1, 1, 1}), camera, std::nullopt, composition}, context);
+    const double left = W - 80 - 18;
+    const double top = H - 80 - 18;
+    EXPECT_TRUE(near(at(frame, left + 40, top + 40), {0, 0, 255, 255}, 0));
+    EXPECT_LT(at(frame, left + 1, top + 1)[0], 255);   // outside the circle: white with shadow
+    EXPECT_LT(at(frame, left + 40, top + 84)[0], 235); // shadow under the bubble
+}
+
+TEST(FrameRendererCamera, FullscreenCameraHidesCardPointerAndMask) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0.1);
+    CameraLayerComposition camera;
+    camera.isFullscreen = true;
+    camera.frameSize = {W, H};
+    camera.center = {W / 2, H / 2};
+    composition.preview.camera = camera;
+    composition.preview.mask = maskOver({100, 50, 100, 60}, 1, false);
+    CursorLayerComposition cursor;
+    cursor.position = {100, 60};
+    cursor.sizeScale = 2.5;
+    composition.preview.cursor = cursor;
+    composition.preview.stageFadeOpacity = 0.5;
+    const Image red = solidPicture(64, 36, {1, 0, 0, 1});
+    const Bitmap frame =
+        renderFrame({solidPicture(W, H, kGreenColor), red, std::nullopt, composition}, context);
+    EXPECT_TRUE(near(at(frame, 5, 5), {0, 0, 128, 255}, 2)); // camera, under the fade
+    EXPECT_TRUE(near(at(frame, 150, 80), {0, 0, 128, 255}, 2));
+    EXPECT_TRUE(near(at(frame, 84, 46), {0, 0, 128, 255}, 2)); // no pointer
+}
+
+TEST(FrameRendererStage, FadeCoversEverythingWithBlack) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0.1);
+    composition.preview.stageFadeOpacity = 0.5;
+    const Bitmap half = renderFrame(greenCard(composition), context);
+    EXPECT_TRUE(near(at(half, 160, 90), {0, 128, 0, 255}, 1));
+    EXPECT_TRUE(near(at(half, 5, 5), {128, 0, 0, 255}, 1));
+    composition.preview.stageFadeOpacity = 0.0005;
+    const Bitmap none = renderFrame(greenCard(composition), context);
+    EXPECT_TRUE(near(at(none, 160, 90), kGreen, 0));
+}
+
+TEST(FrameRendererStage, WallpaperWithoutAnImageFallsBackToDarkGrey) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0.1);
+    composition.background.kind = BackgroundKind::wallpaper;
+    const Bitmap frame = renderFrame(greenCard(composition), context);
+    EXPECT_TRUE(near(at(frame, 5, 5), {26, 23, 21, 255}, 0));
+}
+
+TextClip textClip(const std::string& text, double start, double end) {
+    TextClip clip;
+    clip.start = EditTime{start};
+    clip.end = EditTime{end};
+    clip.text = text;
+    clip.alignment = TextBlockAlignment::center;
+    clip.position = {0.5, 0.5};
+    clip.size = 4;
+    return clip;
+}
+
+int whiteInk(const Bitmap& frame, double x0, double y0, double x1, double y1) {
+    int count = 0;
+    for (int y = static_cast<int>(y0); y < static_cast<int>(y1); ++y) {
+        for (int x = static_cast<int>(x0); x < static_cast<int>(x1); ++x) {
+            const auto p = frame.pixel(x, y);
+            count += p[0] > 128 && p[1] > 128 && p[2] > 128;
+        }
+    }
+    return count;
+}
+
+TEST(FrameRendererText, LinesAppearWhileTheirClipRuns) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0);
+    composition.textClips = {textClip("Hello", 1, 5)};
+    const Image black = solidPicture(W, H, {0, 0, 0, 1});
+    composition.editTime = EditTime{3};
+    const Bitmap shown = renderFrame({black, std::nullopt, std::nullopt, composition}, context);
+    EXPECT_GT(whiteInk(shown, 100, 60, 220, 120), 200);
+    EXPECT_EQ(whiteInk(shown, 0, 0, W, 50), 0);
+    composition.editTime = EditTime{0.5};
+    EXPECT_EQ(whiteInk(renderFrame({black, std::nullopt, std::nullopt, composition}, context), 0, 0,
+                       W, H),
+              0);
+    composition.editTime = EditTime{5};
+    EXPECT_EQ(whiteInk(renderFrame({black, std::nullopt, std::nullopt, composition}, context), 0, 0,
+                       W, H),
+              0);
+    // Just after the start the line is still faint and low: the rise preset.
+    composition.editTime = EditTime{1.05};
+    EXPECT_LT(whiteInk(renderFrame({black, std::nullopt, std::nullopt, composition}, context), 0, 0,
+                       W, H),
+              whiteInk(shown, 0, 0, W, H) / 2);
+}
+
+TEST(FrameRendererText, StaggerSpreadsLinesOverTheClip) {
+    EXPECT_DOUBLE_EQ(TextAnimationEngine::resolvedStagger(1, 4, 1), 0.35);
+    EXPECT_DOUBLE_EQ(TextAnimationEngine::resolvedStagger(3, 10, 1), 0.35);
+    // Three lines at 0.35 s would pass 60 percent of a 1-second clip.
+    EXPECT_NEAR(TextAnimationEngine::resolvedStagger(3, 1, 1), (0.6 - 0.35) / 2, 1e-12);
+    EXPECT_DOUBLE_EQ(TextAnimationEngine::resolvedStagger(3, 0.4, 1), 0);
+    EXPECT_DOUBLE_EQ(TextAnimationEngine::resolvedStagger(1, 4, 0), 3500);
+}
+
+TEST(FrameRendererText, ThreeLinesAtSpeedZeroStayHiddenUntilLate) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0);
+    TextClip clip = textClip("one\ntwo\nthree", 0, 10);
+    clip.animationSpeed = 0; // read as 0.0001
+    composition.textClips = {clip};
+    composition.editTime = EditTime{5};
+    const Image black = solidPicture(W, H, {0, 0, 0, 1});
+    EXPECT_EQ(whiteInk(renderFrame({black, std::nullopt, std::nullopt, composition}, context), 0, 0,
+                       W, H),
+              0);
+}
+
+} // namespace
+} // namespace orvelle
