@@ -26,5 +26,7 @@ Command alignNormalizeCommand();
 Command alignCommand();
 Command framesCommand();
 Command sampleTakeCommand();
+Command stillCommand();
+Command wallpapersCommand();
 
 } // namespace orvelle::cli

@@ -26,6 +26,8 @@ std::vector<Command> allCommands() {
         cursorCommand(),
         timelineMapCommand(),
         framesCommand(),
+        stillCommand(),
+        wallpapersCommand(),
         transcribeCommand(),
         speechMelCommand(),
         speechRuntimeCommand(),
