@@ -28,5 +28,6 @@ Command framesCommand();
 Command sampleTakeCommand();
 Command stillCommand();
 Command wallpapersCommand();
+Command exportCommand();
 
 } // namespace orvelle::cli

@@ -40,6 +40,7 @@ std::vector<Command> allCommands() {
         alignCommand(),
         alignNormalizeCommand(),
         sampleTakeCommand(),
+        exportCommand(),
     };
     // clang-format on
 }

@@ -1,5 +1,9 @@
 #include "export/render_exporter.h"
 
+#include "core/resources.h"
+#include "export/orvelle_video_compositor.h"
+#include "motion/cursor_click_sound_resource.h"
+
 #include <system_error>
 
 namespace orvelle::RenderExporterV2 {
@@ -64,6 +68,27 @@ void writeComposition(const RenderComposition::Output& composition,
         removeOutputFile(options.outputURL);
         throw;
     }
+}
+
+RenderComposition::Resources defaultResources() {
+    return {CursorClickSoundResource::url(resourcesDirectory()), NoiseReductionCache()};
+}
+
+std::filesystem::path exportMovie(const RenderExportSettings& settings,
+                                  const RenderComposition::Resources& resources,
+                                  std::function<void(double)> progress,
+                                  std::function<void()> finalizing, std::stop_token stop) {
+    validateOutputURL(settings);
+    const auto composition = RenderComposition::build(settings, resources, stop);
+    OrvelleVideoCompositor compositor(composition.resolver);
+    RenderPipe::Options options;
+    options.outputURL = settings.outputURL;
+    options.fileType = settings.fileType;
+    options.quality = settings.quality;
+    options.progress = std::move(progress);
+    options.finalizing = std::move(finalizing);
+    writeComposition(composition, compositor, options, stop);
+    return settings.outputURL;
 }
 
 } // namespace orvelle::RenderExporterV2

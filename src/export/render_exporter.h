@@ -10,9 +10,24 @@
 #include "timeline_media/render_export_settings.h"
 
 #include <filesystem>
+#include <functional>
 #include <stop_token>
 
 namespace orvelle::RenderExporterV2 {
+
+// The click sound among the program's resources and the user's cache of denoised
+// microphone files.
+RenderComposition::Resources defaultResources();
+
+// The movie of the settings at `settings.outputURL`, which it returns: the destination
+// checked, the composition built, any file at the destination removed, the movie written.
+// `progress` (0...1, from the encode thread) stays at most 0.99 until the file is
+// finished; `finalizing` comes before the file's index is written. Throws RenderExportError
+// or CancellationError, with the half-written file removed.
+std::filesystem::path exportMovie(const RenderExportSettings& settings,
+                                  const RenderComposition::Resources& resources,
+                                  std::function<void(double)> progress,
+                                  std::function<void()> finalizing, std::stop_token stop);
 
 // Throws RenderExportError invalidOutputURL when the destination is one of the take's own
 // files (or the source movie), before anything is touched.

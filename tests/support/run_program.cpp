@@ -30,6 +30,13 @@ std::string readWhole(const std::filesystem::path& path) {
 ProgramResult runProgram(const std::filesystem::path& program,
                          const std::vector<std::string>& arguments,
                          const std::map<std::string, std::string>& environment) {
+    return runProgram(program, arguments, environment, {});
+}
+
+ProgramResult runProgram(const std::filesystem::path& program,
+                         const std::vector<std::string>& arguments,
+                         const std::map<std::string, std::string>& environment,
+                         const std::function<void(int processID)>& whileRunning) {
     // Output goes to files, so that a chatty program never blocks on a full pipe.
     TemporaryDirectory folder;
     const auto outPath = folder / "out";
@@ -75,6 +82,9 @@ ProgramResult runProgram(const std::filesystem::path& program,
     if (spawned != 0) {
         throw std::runtime_error("could not run " + program.string() + ": " +
                                  std::strerror(spawned));
+    }
+    if (whileRunning) {
+        whileRunning(pid);
     }
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0) {

@@ -4,6 +4,7 @@
 // collects what it printed.
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -21,6 +22,13 @@ struct ProgramResult {
 ProgramResult runProgram(const std::filesystem::path& program,
                          const std::vector<std::string>& arguments,
                          const std::map<std::string, std::string>& environment = {});
+
+// The same, calling `whileRunning` with the program's process id once it has started (to
+// signal it, say), and waiting for its end afterwards.
+ProgramResult runProgram(const std::filesystem::path& program,
+                         const std::vector<std::string>& arguments,
+                         const std::map<std::string, std::string>& environment,
+                         const std::function<void(int processID)>& whileRunning);
 
 // The `orvelle` binary of this build tree.
 std::filesystem::path orvelleBinary();

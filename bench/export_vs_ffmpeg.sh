@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# The export against a plain transcode: `orvelle export` of a take (zooms, pointer, wallpaper,
+# mixed sound) side by side with `ffmpeg` re-encoding the same screen movie and its sound with
+# the same encoder, preset and bit rate and no compositing. Reports wall times, their ratio
+# (goal: at most 1.25) and peak memory (goal: flat in the movie's length), for H.264 in mp4
+# at `high` and ProRes 422 Proxy in mov, with the load average, since the machine is shared.
+# Takes: the 20 s sample take (1920x1080, 30 fps) and a 60 s 1920x1080 take at 60 fps.
+# Usage: bench/export_vs_ffmpeg.sh BUILD_DIR [TAKE_NAMES...]   (sample, long)
+set -euo pipefail
+build=${1:-build/release}
+shift || true
+takes=("${@:-sample long}")
+orvelle="$build/bin/orvelle"
+media="$build/bench-media/export"
+mkdir -p "$media"
+
+make_take() { # name, then options of orvelle sample-take
+  local name=$1
+  shift
+  if [[ ! -s "$media/$name/done" ]]; then
+    rm -rf "${media:?}/$name"
+    "$orvelle" sample-take "$media/$name" "$@" --json >"$media/$name.json" 2>/dev/null
+    echo yes >"$media/$name/done"
+  fi
+}
+
+json_field() { # file, field
+  /usr/bin/python3 -c 'import json,sys; v=json.load(open(sys.argv[1]))[sys.argv[2]]; print(v)' "$1" "$2"
+}
+
+path_of() { # a file URL as a path
+  /usr/bin/python3 -c 'import sys,urllib.parse; print(urllib.parse.unquote(urllib.parse.urlparse(sys.argv[1]).path))' "$1"
+}
+
+timed() { # wall seconds and peak resident kB of a command: "SECONDS KB"
+  local log
+  log=$(mktemp)
+  /usr/bin/time -f '%e %M' -o "$log" "$@" >/dev/null 2>&1
+  cat "$log"
+  rm -f "$log"
+}
+
+printf '%-7s %-6s %7s %9s %9s %7s %11s %11s  %s\n' take format frames orvelle ffmpeg ratio \
+  'orvelle MB' 'ffmpeg MB' 'load (1, 5 min)'
+for take in ${takes[*]}; do
+  case $take in
+  sample) make_take sample ;;
+  long) make_take long --width 1920 --fps 60 --duration 60 ;;
+  *) echo "unknown take $take" >&2; exit 2 ;;
+  esac
+  manifest=$(path_of "$(json_field "$media/$take.json" manifestURL)")
+  screen=$(path_of "$(json_field "$media/$take.json" screenURL)")
+  microphone=$(path_of "$(json_field "$media/$take.json" microphoneURL)")
+  for format in mp4 mov; do
+    out="$media/$take-orvelle.$format"
+    reference="$media/$take-ffmpeg.$format"
+    "$orvelle" export "$manifest" -o "$out" --quality high --dry-run --json >"$media/settings.json"
+    width=$(json_field "$media/settings.json" width)
+    height=$(json_field "$media/settings.json" height)
+    fps=$(json_field "$media/settings.json" fps)
+    duration=$(json_field "$media/settings.json" duration)
+    if [[ $format == mp4 ]]; then
+      bitrate=$(json_field "$media/settings.json" videoBitRate)
+      video=(-c:v libx264 -preset faster -profile:v high -pix_fmt yuv420p -b:v "$bitrate")
+    else
+      video=(-c:v prores_ks -profile:v 0 -qscale:v 8 -pix_fmt yuv422p10le)
+    fi
+    read -r ours ours_kb < <(timed "$orvelle" export "$manifest" -o "$out" --quality high)
+    read -r theirs theirs_kb < <(timed ffmpeg -v error -y -i "$screen" -i "$microphone" \
+      -map 0:v:0 -map 1:a:0 -t "$duration" -s "${width}x${height}" -r "$fps" "${video[@]}" \
+      -c:a aac -b:a 192k -ar 48000 -ac 2 "$reference")
+    frames=$(awk -v d="$duration" -v f="$fps" 'BEGIN { printf "%d", d * f + 0.999 }')
+    load=$(cut -d' ' -f1,2 /proc/loadavg)
+    awk -v t="$take" -v fm="$format" -v n="$frames" -v o="$ours" -v r="$theirs" \
+      -v ok="$ours_kb" -v rk="$theirs_kb" -v l="$load" \
+      'BEGIN { printf "%-7s %-6s %7d %8.1fs %8.1fs %7.2f %11.0f %11.0f  %s\n",
+               t, fm, n, o, r, o / r, ok / 1024, rk / 1024, l }'
+  done
+done

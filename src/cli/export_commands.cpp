@@ -1,0 +1,216 @@
+#include "cli/commands.h"
+#include "cli/frame_input.h"
+#include "cli/interrupt.h"
+#include "cli/output.h"
+#include "core/file_url.h"
+#include "export/export_snapshot.h"
+#include "export/render_export_codec.h"
+#include "export/render_exporter.h"
+#include "export/render_pipe.h"
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+
+namespace orvelle::cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The size the export panel offers first; the aspect ratio then shapes it.
+constexpr int kDefaultWidth = 1920;
+constexpr int kDefaultHeight = 1080;
+// Ctrl-C ends a command with the shell's status for it.
+constexpr int kInterruptedStatus = 130;
+
+std::string lowercase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+RenderExportFileType fileTypeOf(const fs::path& output) {
+    const std::string extension = lowercase(output.extension().string());
+    if (extension == ".mp4") {
+        return RenderExportFileType::mp4;
+    }
+    if (extension == ".mov") {
+        return RenderExportFileType::mov;
+    }
+    throw UsageError("The output \"" + output.string() +
+                     "\" must end in .mp4 (H.264) or .mov (ProRes).");
+}
+
+template <JsonEnumeration E>
+E enumOption(const Arguments& arguments, std::string_view option, E fallback) {
+    const auto text = arguments.value(option);
+    if (!text) {
+        return fallback;
+    }
+    if (const auto value = enumFromName<E>(*text)) {
+        return *value;
+    }
+    std::string choices;
+    for (const auto& entry : jsonNames(E{})) {
+        choices += (choices.empty() ? "" : ", ") + std::string(entry.name);
+    }
+    throw UsageError("The option " + std::string(option) + " takes one of " + choices + ", not \"" +
+                     *text + "\".");
+}
+
+Json settingsJson(const RenderExportSettings& settings, double duration) {
+    const bool mov = settings.fileType == RenderExportFileType::mov;
+    Json json{{"sourceURL", fileURLString(settings.sourceURL)},
+              {"outputURL", fileURLString(settings.outputURL)},
+              {"fileType", encodeJson(settings.fileType)},
+              {"quality", encodeJson(settings.quality)},
+              {"width", settings.width},
+              {"height", settings.height},
+              {"fps", settings.fps},
+              {"videoCodec", std::string(RenderExportCodec::videoCodecName(settings.fileType))},
+              {"audioCodec", "AAC"},
+              {"audioSampleRate", 48000},
+              {"audioChannelCount", 2},
+              {"audioBitRate", RenderExportCodec::kAudioBitRate},
+              {"aspectRatio", encodeJson(settings.project.screen.aspectRatio)},
+              {"clipCount", settings.timelineClips.size()},
+              {"duration", duration}};
+    json["videoBitRate"] = mov ? Json(nullptr)
+                               : Json(RenderExportCodec::videoBitRate(
+                                     settings.width, settings.height, settings.quality));
+    json["cursorURL"] = settings.cursorURL ? Json(fileURLString(*settings.cursorURL)) : Json();
+    return json;
+}
+
+// The take as the export panel sees it, with the user's choices from the command line.
+RenderExportSettings exportSettings(const Arguments& arguments, const fs::path& output,
+                                    double& duration) {
+    const std::string document = arguments.positional(0, "the document");
+    const auto size = arguments.value("--size")
+                          ? parseStageSize(*arguments.value("--size"), "--size")
+                          : Size{kDefaultWidth, kDefaultHeight};
+    const RenderFrameSource source = openFrameSource(document, size);
+    ExportSnapshot snapshot;
+    snapshot.project = source.project;
+    snapshot.project.screen.aspectRatio =
+        enumOption(arguments, "--aspect", snapshot.project.screen.aspectRatio);
+    const auto screens = snapshot.project.manifest.segmentsFor(MediaTrackManifest::Kind::screen);
+    if (screens.empty()) {
+        throw Error("\"" + document +
+                    "\" names no screen recording: its take has no screen track.");
+    }
+    snapshot.sourceURL = screens.front().url;
+    snapshot.sourceSize = MediaAssetMetadata::naturalVideoSize(snapshot.sourceURL);
+    snapshot.timelineClips = snapshot.project.timeline.clips;
+    RenderExportSettings settings = renderExportSettings(
+        snapshot, output, static_cast<int>(size.width), static_cast<int>(size.height),
+        fileTypeOf(output), enumOption(arguments, "--quality", RenderExportQuality::high));
+    if (const auto fps = arguments.integer("--fps")) {
+        if (*fps < 1 || *fps > 240) {
+            throw UsageError("The option --fps takes a whole number of frames a second, 1 to 240.");
+        }
+        settings.fps = *fps;
+    }
+    duration = RenderComposition::renderEditTimeline(
+                   RenderComposition::normalizedTimelineClips(
+                       settings.timelineClips, settings.project.timeline.sourceDuration),
+                   settings.project.timeline.deletedGaps, settings.project.timeline.sourceDuration)
+                   .duration();
+    return settings;
+}
+
+std::string formatSeconds(double seconds) {
+    char text[32];
+    const int whole = static_cast<int>(seconds);
+    if (whole >= 60) {
+        std::snprintf(text, sizeof text, "%d:%02d", whole / 60, whole % 60);
+    } else {
+        std::snprintf(text, sizeof text, "%.1f s", seconds);
+    }
+    return text;
+}
+
+int runExport(const Arguments& arguments) {
+    const auto outputArgument = arguments.value("--output");
+    if (!outputArgument) {
+        throw UsageError("Name the movie to write with -o OUT.mp4 or -o OUT.mov.");
+    }
+    const fs::path output = fs::absolute(*outputArgument).lexically_normal();
+    double duration = 0;
+    const RenderExportSettings settings = exportSettings(arguments, output, duration);
+    const bool json = arguments.flag("--json");
+    if (arguments.flag("--dry-run")) {
+        RenderExporterV2::validateOutputURL(settings);
+        if (json) {
+            printJson(settingsJson(settings, duration));
+        } else {
+            std::cout << "Would write " << output.string() << ": " << settings.width << "x"
+                      << settings.height << " at " << settings.fps << " fps, "
+                      << RenderExportCodec::videoCodecName(settings.fileType) << ", "
+                      << formatSeconds(duration) << ".\n";
+        }
+        return 0;
+    }
+
+    InterruptStop interrupt;
+    ProgressReporter progress("Exporting " + output.filename().string());
+    const auto started = std::chrono::steady_clock::now();
+    try {
+        RenderExporterV2::exportMovie(
+            settings, RenderExporterV2::defaultResources(),
+            [&](double fraction) { progress.update(fraction); }, {}, interrupt.token());
+    } catch (const CancellationError&) {
+        std::cerr << "\norvelle export: cancelled; no movie was written.\n";
+        return kInterruptedStatus;
+    }
+    progress.finish();
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    if (json) {
+        Json result = settingsJson(settings, duration);
+        result["secondsToExport"] = seconds;
+        printJson(result);
+    } else {
+        std::cout << "Wrote " << output.string() << " (" << settings.width << "x" << settings.height
+                  << ", " << settings.fps << " fps, " << formatSeconds(duration) << ") in "
+                  << formatSeconds(seconds) << ".\n";
+    }
+    return 0;
+}
+
+} // namespace
+
+Command exportCommand() {
+    return {
+        "export",
+        "render an edit into a finished movie (mp4 or mov)",
+        "orvelle export DOCUMENT -o OUT.mp4|OUT.mov [--quality standard|high|best]\n"
+        "               [--size WxH] [--aspect auto|wide|square|classic|vertical|tall|portrait]\n"
+        "               [--fps N] [--dry-run] [--json]\n\n"
+        "Renders DOCUMENT (a take's movie or .take.json, a project package, a bare movie or\n"
+        "a project JSON) into a movie: zooms, the styled pointer, the background, camera,\n"
+        "mask, text, the sound of the edit with music and click sounds. A take never\n"
+        "edited is exported as the editor first opens it, with zooms planned from the\n"
+        "pointer. The extension picks the format: .mp4 is H.264 High with AAC, at a bit\n"
+        "rate set by --quality (default high); .mov is ProRes 422 Proxy with AAC. The\n"
+        "movie is --size (default 1920x1080) fitted to the aspect ratio, the project's\n"
+        "unless --aspect is given (auto follows the recording), at the recording's frame\n"
+        "rate held to 24...60 unless --fps is given. Shows a progress bar on a terminal\n"
+        "and plain progress lines otherwise; Ctrl-C stops the export and removes the\n"
+        "half-written file. With --dry-run prints the settings it would use (sizes, fps,\n"
+        "codecs, bit rate, duration) and writes nothing; --json prints them as JSON, and\n"
+        "after an export prints them with secondsToExport.",
+        {{"--output", true, "-o"},
+         {"--quality", true},
+         {"--size", true},
+         {"--aspect", true},
+         {"--fps", true},
+         {"--dry-run"},
+         {"--json"}},
+        runExport};
+}
+
+} // namespace orvelle::cli

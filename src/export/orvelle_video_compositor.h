@@ -1,0 +1,29 @@
+#pragma once
+
+// Draws the export's frames: the frame's geometry from the composition's resolver, the
+// picture from the frame renderer over the source pictures, rendered straight into the
+// output frame. Holds the rendering context (masks, pointer art, text lines, the fitted
+// wallpaper), so everything that does not change from frame to frame is made once.
+// Used from the render thread only.
+
+#include "composition/frame_rendering_context.h"
+#include "export/render_pipe.h"
+
+#include <memory>
+
+namespace orvelle {
+
+class OrvelleVideoCompositor final : public ExportFrameCompositor {
+public:
+    explicit OrvelleVideoCompositor(std::shared_ptr<RenderFrameResolver> resolver);
+
+    // A stretch without a screen picture is drawn black on the card; a camera picture
+    // that is missing leaves the overlay out.
+    void compose(const ExportFrameRequest& request, VideoFrame& output) override;
+
+private:
+    std::shared_ptr<RenderFrameResolver> resolver_;
+    FrameRenderingContext context_;
+};
+
+} // namespace orvelle
