@@ -119,8 +119,9 @@ TEST_F(ExportCommand, WritesProResIntoAMov) {
 }
 
 TEST_F(ExportCommand, ATakeWithoutSoundGivesAMovieWithOneStream) {
-    const auto take =
-        testing::writeTinyTake(folder / "take", {.seconds = 1, .withMicrophone = false});
+    // No microphone, and no clicks to sound.
+    const auto take = testing::writeTinyTake(folder / "take",
+                                             {.seconds = 1, .withMicrophone = false, .clicks = {}});
     const auto output = folder / "movie.mp4";
     ASSERT_EQ(run({take.manifestURL.string(), "-o", output.string(), "--size", "320x180"}).status,
               0);
