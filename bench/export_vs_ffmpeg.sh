@@ -3,7 +3,8 @@
 # mixed sound) side by side with `ffmpeg` re-encoding the same screen movie and its sound with
 # the same encoder, preset and bit rate and no compositing. Reports wall times, their ratio
 # (goal: at most 1.25) and peak memory (goal: flat in the movie's length), for H.264 in mp4
-# at `high` and ProRes 422 Proxy in mov, with the load average, since the machine is shared.
+# at `high` and ProRes 422 Proxy in mov, with the load average and the CPU time each used,
+# since the machine is shared and wall times move with the load.
 # Takes: the 20 s sample take (1920x1080, 30 fps) and a 60 s 1920x1080 take at 60 fps.
 # Usage: bench/export_vs_ffmpeg.sh BUILD_DIR [TAKE_NAMES...]   (sample, long)
 set -euo pipefail
@@ -32,16 +33,16 @@ path_of() { # a file URL as a path
   /usr/bin/python3 -c 'import sys,urllib.parse; print(urllib.parse.unquote(urllib.parse.urlparse(sys.argv[1]).path))' "$1"
 }
 
-timed() { # wall seconds and peak resident kB of a command: "SECONDS KB"
+timed() { # wall seconds, CPU seconds and peak resident kB of a command: "WALL CPU KB"
   local log
   log=$(mktemp)
-  /usr/bin/time -f '%e %M' -o "$log" "$@" >/dev/null 2>&1
-  cat "$log"
+  /usr/bin/time -f '%e %U %S %M' -o "$log" "$@" >/dev/null 2>&1
+  awk '{ printf "%s %.2f %s\n", $1, $2 + $3, $4 }' "$log"
   rm -f "$log"
 }
 
-printf '%-7s %-6s %7s %9s %9s %7s %11s %11s  %s\n' take format frames orvelle ffmpeg ratio \
-  'orvelle MB' 'ffmpeg MB' 'load (1, 5 min)'
+printf '%-6s %-4s %6s | %8s %8s %6s | %8s %8s %6s | %8s %8s | %s\n' take kind frames \
+  'orvelle' 'ffmpeg' 'ratio' 'cpu ours' 'cpu ff' 'ratio' 'MB ours' 'MB ff' 'load 1/5 min'
 for take in ${takes[*]}; do
   case $take in
   sample) make_take sample ;;
@@ -65,15 +66,15 @@ for take in ${takes[*]}; do
     else
       video=(-c:v prores_ks -profile:v 0 -qscale:v 8 -pix_fmt yuv422p10le)
     fi
-    read -r ours ours_kb < <(timed "$orvelle" export "$manifest" -o "$out" --quality high)
-    read -r theirs theirs_kb < <(timed ffmpeg -v error -y -i "$screen" -i "$microphone" \
+    read -r ours ours_cpu ours_kb < <(timed "$orvelle" export "$manifest" -o "$out" --quality high)
+    read -r theirs theirs_cpu theirs_kb < <(timed ffmpeg -v error -y -i "$screen" -i "$microphone" \
       -map 0:v:0 -map 1:a:0 -t "$duration" -s "${width}x${height}" -r "$fps" "${video[@]}" \
       -c:a aac -b:a 192k -ar 48000 -ac 2 "$reference")
     frames=$(awk -v d="$duration" -v f="$fps" 'BEGIN { printf "%d", d * f + 0.999 }')
     load=$(cut -d' ' -f1,2 /proc/loadavg)
     awk -v t="$take" -v fm="$format" -v n="$frames" -v o="$ours" -v r="$theirs" \
-      -v ok="$ours_kb" -v rk="$theirs_kb" -v l="$load" \
-      'BEGIN { printf "%-7s %-6s %7d %8.1fs %8.1fs %7.2f %11.0f %11.0f  %s\n",
-               t, fm, n, o, r, o / r, ok / 1024, rk / 1024, l }'
+      -v oc="$ours_cpu" -v rc="$theirs_cpu" -v ok="$ours_kb" -v rk="$theirs_kb" -v l="$load" \
+      'BEGIN { printf "%-6s %-4s %6d | %7.1fs %7.1fs %6.2f | %7.1fs %7.1fs %6.2f | %8.0f %8.0f | %s\n",
+               t, fm, n, o, r, o / r, oc, rc, oc / rc, ok / 1024, rk / 1024, l }'
   done
 done
