@@ -27,8 +27,7 @@ TEST(CursorClickSoundResource, OtherwiseTheFirstAudioFileNamedLikeAClick) {
     writeTextFile(resources / "notes" / "click.txt", "");
     writeTextFile(resources / "b" / "Mouse-Click.m4a", "");
     writeTextFile(resources / "a" / "soft_click.aiff", "");
-    EXPECT_EQ(CursorClickSoundResource::url(resources.path()),
-              resources / "a" / "soft_click.aiff");
+    EXPECT_EQ(CursorClickSoundResource::url(resources.path()), resources / "a" / "soft_click.aiff");
 }
 
 TEST(CursorClickSoundResource, AbsentWithoutOne) {
