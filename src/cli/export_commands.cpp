@@ -88,7 +88,7 @@ Json settingsJson(const RenderExportSettings& settings, double duration) {
 // The take as the export panel sees it, with the user's choices from the command line.
 RenderExportSettings exportSettings(const Arguments& arguments, const fs::path& output,
                                     double& duration) {
-    const std::string document = arguments.positional(0, "the document");
+    const std::string& document = arguments.positional(0, "the document");
     const auto size = arguments.value("--size")
                           ? parseStageSize(*arguments.value("--size"), "--size")
                           : Size{kDefaultWidth, kDefaultHeight};

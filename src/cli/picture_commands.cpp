@@ -57,7 +57,7 @@ private:
 };
 
 int runStill(const Arguments& arguments) {
-    const std::string document = arguments.positional(0, "the document");
+    const std::string& document = arguments.positional(0, "the document");
     const auto time = arguments.number("--time");
     if (!time) {
         throw UsageError("Say which instant to draw with --time, in seconds of the edit.");

@@ -60,7 +60,7 @@ void validateOutputURL(const RenderExportSettings& settings) {
 
 void writeComposition(const RenderComposition::Output& composition,
                       ExportFrameCompositor& compositor, const RenderPipe::Options& options,
-                      std::stop_token stop) {
+                      const std::stop_token& stop) {
     removeOutputFile(options.outputURL);
     try {
         RenderPipe::run(composition, compositor, options, stop);
@@ -77,7 +77,7 @@ RenderComposition::Resources defaultResources() {
 std::filesystem::path exportMovie(const RenderExportSettings& settings,
                                   const RenderComposition::Resources& resources,
                                   std::function<void(double)> progress,
-                                  std::function<void()> finalizing, std::stop_token stop) {
+                                  std::function<void()> finalizing, const std::stop_token& stop) {
     validateOutputURL(settings);
     const auto composition = RenderComposition::build(settings, resources, stop);
     OrvelleVideoCompositor compositor(composition.resolver);

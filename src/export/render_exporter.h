@@ -27,7 +27,7 @@ RenderComposition::Resources defaultResources();
 std::filesystem::path exportMovie(const RenderExportSettings& settings,
                                   const RenderComposition::Resources& resources,
                                   std::function<void(double)> progress,
-                                  std::function<void()> finalizing, std::stop_token stop);
+                                  std::function<void()> finalizing, const std::stop_token& stop);
 
 // Throws RenderExportError invalidOutputURL when the destination is one of the take's own
 // files (or the source movie), before anything is touched.
@@ -37,6 +37,6 @@ void validateOutputURL(const RenderExportSettings& settings);
 // cancellation the file is removed and the error rethrown.
 void writeComposition(const RenderComposition::Output& composition,
                       ExportFrameCompositor& compositor, const RenderPipe::Options& options,
-                      std::stop_token stop);
+                      const std::stop_token& stop);
 
 } // namespace orvelle::RenderExporterV2

@@ -294,7 +294,7 @@ instruction(const std::vector<OrvelleCompositionInstruction>& instructions, int6
 }
 
 void run(const RenderComposition::Output& composition, ExportFrameCompositor& compositor,
-         const Options& options, std::stop_token stop) {
+         const Options& options, const std::stop_token& stop) {
     throwIfCancelled(stop);
     const bool withAudio =
         composition.audioMix.has_value() &&

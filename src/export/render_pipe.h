@@ -60,7 +60,7 @@ struct Options {
 // Writes the movie. Throws RenderExportError (cannotAddWriterInput, writerFailed) or
 // CancellationError; the file may then be left half-written for the caller to remove.
 void run(const RenderComposition::Output& composition, ExportFrameCompositor& compositor,
-         const Options& options, std::stop_token stop);
+         const Options& options, const std::stop_token& stop);
 
 } // namespace RenderPipe
 

@@ -162,12 +162,14 @@ std::optional<SourceTime> ResolvedEditTimeline::playableTimeAtOrAfter(SourceTime
 
 std::optional<SourceTime> ResolvedEditTimeline::playableTimeAtOrBefore(SourceTime time) const {
     const double s = heldToSource(time);
-    for (auto it = clips_.rbegin(); it != clips_.rend(); ++it) {
-        if (it->start.seconds <= s && s <= it->end.seconds) {
+    // From the last clip back: the first that holds or ends before the time answers.
+    for (size_t i = clips_.size(); i-- > 0;) {
+        const TimelineClip& clip = clips_[i];
+        if (clip.start.seconds <= s && s <= clip.end.seconds) {
             return SourceTime(s);
         }
-        if (it->end.seconds < s) {
-            return it->end;
+        if (clip.end.seconds < s) {
+            return clip.end;
         }
     }
     return std::nullopt;

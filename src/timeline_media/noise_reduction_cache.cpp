@@ -89,7 +89,7 @@ NoiseReductionCache::cachedURL(const std::filesystem::path& source) const {
 
 std::optional<std::filesystem::path>
 NoiseReductionCache::denoisedURL(const std::filesystem::path& source) const {
-    const auto target = cachedURL(source);
+    auto target = cachedURL(source);
     if (!target) {
         logWarning("denoise", "cannot read ", source.string());
         return std::nullopt;

@@ -147,7 +147,7 @@ std::vector<ClickAudioLane> addClickAudioTracks(MediaComposition& composition, A
     return lanes;
 }
 
-std::vector<MediaTimeRange> mergedCameraRanges(std::vector<MediaTimeRange> ranges,
+std::vector<MediaTimeRange> mergedCameraRanges(const std::vector<MediaTimeRange>& ranges,
                                                int64_t timelineEnd) {
     std::vector<MediaTimeRange> clamped;
     for (const auto& range : ranges) {
@@ -181,7 +181,7 @@ videoInstructions(int64_t timelineEnd, int32_t screenTrackID, const CompositionT
     for (const auto& insertion : cameraTrack->insertions) {
         ranges.push_back(insertion.editRange);
     }
-    const auto merged = mergedCameraRanges(std::move(ranges), timelineEnd);
+    const auto merged = mergedCameraRanges(ranges, timelineEnd);
     std::vector<int64_t> cuts{0, timelineEnd};
     for (const auto& range : merged) {
         cuts.push_back(range.start);
@@ -204,7 +204,7 @@ videoInstructions(int64_t timelineEnd, int32_t screenTrackID, const CompositionT
 }
 
 Output build(const RenderExportSettings& settings, const Resources& resources,
-             std::stop_token stop) {
+             const std::stop_token& stop) {
     const EditorProjectState& project = settings.project;
     const TakeManifest& manifest = project.manifest;
 

@@ -66,7 +66,7 @@ struct Resources {
 // steps. Pointer data, the click sound, the camera and music that are missing or
 // unreadable leave the movie with less in it.
 Output build(const RenderExportSettings& settings, const Resources& resources,
-             std::stop_token stop = {});
+             const std::stop_token& stop = {});
 
 // The edit times of the clicks that play: those inside a clip (start <= time < end), in
 // click order. None on a timeline of no length.
@@ -92,7 +92,7 @@ std::vector<ClickAudioLane> addClickAudioTracks(MediaComposition& composition, A
 
 // Ranges held to [0, timelineEnd], by start, those that touch or overlap joined; empty
 // ones left out.
-std::vector<MediaTimeRange> mergedCameraRanges(std::vector<MediaTimeRange> ranges,
+std::vector<MediaTimeRange> mergedCameraRanges(const std::vector<MediaTimeRange>& ranges,
                                                int64_t timelineEnd);
 
 // The timeline [0, timelineEnd) cut at every boundary of the camera's merged ranges; a

@@ -38,6 +38,7 @@ int insertVideoSegments(MediaComposition& composition, int32_t trackID,
                         const std::vector<TimelineCompositionVideoSegment>& segments,
                         const std::vector<TimelineClip>& clips) {
     std::vector<SegmentTimelineSource<int>> sources;
+    sources.reserve(segments.size());
     for (const auto& segment : segments) {
         sources.push_back({composition.mediaID(segment.url), segment.programStart,
                            segment.programStart + segment.duration, segment.mediaStart,
@@ -60,6 +61,7 @@ audioSegments(MediaComposition& composition,
               const std::vector<TimelineCompositionExternalAudioSource>& sources,
               const std::vector<TimelineClip>& clips) {
     std::vector<SegmentTimelineSource<int>> planned;
+    planned.reserve(sources.size());
     for (const auto& source : sources) {
         planned.push_back({composition.mediaID(source.url), source.programStart,
                            source.programStart + source.duration, source.mediaStart,

@@ -283,6 +283,7 @@ Bitmap paintBright(int index, int w, int h, Random& random) {
     fillAngled(canvas, random.range(0, M_PI),
                {{0, hsl(theme, 0.6, 0.95)}, {1, hsl(theme + 0.08, 0.55, 0.9)}});
     std::vector<ImageColor> clouds;
+    clouds.reserve(5);
     for (int i = 0; i < 5; ++i) {
         clouds.push_back(hsl(theme + random.range(-0.18, 0.18), random.range(0.6, 0.9),
                              random.range(0.72, 0.86)));
@@ -298,6 +299,7 @@ Bitmap paintDark(int index, int w, int h, Random& random) {
     fillAngled(canvas, random.range(0, M_PI),
                {{0, hsl(theme, 0.35, 0.05)}, {1, hsl(theme + 0.1, 0.4, 0.11)}});
     std::vector<ImageColor> lights;
+    lights.reserve(3);
     for (int i = 0; i < 3; ++i) {
         lights.push_back(hsl(theme + random.range(-0.15, 0.25), random.range(0.65, 0.9),
                              random.range(0.42, 0.55)));
@@ -331,6 +333,7 @@ Bitmap paintFamily(int index, int w, int h, Random& random, double hueLow, doubl
         Bitmap sky = blurred(canvas.bitmap(), w * 0.04);
         VectorCanvas front(w, h);
         front.drawBitmap(sky, 0, 0);
+        bands.reserve(4);
         for (int i = 0; i < 4; ++i) {
             bands.push_back(inFamily(0.35 + 0.13 * i));
         }
@@ -341,6 +344,7 @@ Bitmap paintFamily(int index, int w, int h, Random& random, double hueLow, doubl
     VectorCanvas canvas(w, h);
     fillAngled(canvas, random.range(0, M_PI), {{0, inFamily(0.22)}, {1, inFamily(0.55)}});
     std::vector<ImageColor> clouds;
+    clouds.reserve(4);
     for (int i = 0; i < 4; ++i) {
         clouds.push_back(inFamily(random.range(0.3, 0.75)));
     }
@@ -380,6 +384,7 @@ constexpr std::array<GradientPalette, 9> kGradients{{
 Bitmap paintGradient(int index, int w, int h, Random& random) {
     const GradientPalette& palette = kGradients[static_cast<size_t>(index - 1) % 9];
     std::vector<GradientStop> stops;
+    stops.reserve(static_cast<size_t>(palette.count));
     for (int i = 0; i < palette.count; ++i) {
         stops.push_back({static_cast<double>(i) / (palette.count - 1),
                          hex(palette.colors[static_cast<size_t>(i)])});

@@ -83,7 +83,7 @@ Image Image::color(const ImageColor& color) {
     return Image(detail::solidNode(premultiplied(color)));
 }
 
-Image Image::bitmap(Bitmap bitmap, ImagePoint origin, BitmapImageOptions options) {
+Image Image::bitmap(const Bitmap& bitmap, ImagePoint origin, BitmapImageOptions options) {
     const double top = -(origin.y + bitmap.height());
     return Image(detail::bitmapNode(bitmap, origin.x, top, options.mipmapped, options.opaque));
 }

@@ -34,7 +34,8 @@ public:
     // A colour without limit.
     static Image color(const ImageColor& color);
     // A bitmap whose bottom-left corner is at `origin`.
-    static Image bitmap(Bitmap bitmap, ImagePoint origin = {}, BitmapImageOptions options = {});
+    static Image bitmap(const Bitmap& bitmap, ImagePoint origin = {},
+                        BitmapImageOptions options = {});
     // A filled rounded rectangle; the radius is limited to half the shorter side.
     static Image roundedRectangle(const ImageRect& rect, double radius, const ImageColor& color);
     // The outline of a rounded rectangle, `width` wide and centred on the outline.

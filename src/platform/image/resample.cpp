@@ -81,7 +81,8 @@ AxisTaps axisTaps(int destinationStart, int destinationCount, double scale, doub
     taps.maxCount = static_cast<int>(std::ceil(2 * support));
     taps.first.resize(static_cast<size_t>(destinationCount));
     taps.count.resize(static_cast<size_t>(destinationCount));
-    taps.weights.assign(static_cast<size_t>(destinationCount * taps.maxCount), 0);
+    taps.weights.assign(static_cast<size_t>(destinationCount) * static_cast<size_t>(taps.maxCount),
+                        0);
     std::vector<double> raw(static_cast<size_t>(taps.maxCount) + 2);
     for (int i = 0; i < destinationCount; ++i) {
         const double centre = destinationStart + i + 0.5;

@@ -591,7 +591,7 @@ struct MovieWriter::State {
 MovieWriter::MovieWriter(const std::filesystem::path& path, MovieWriterSettings settings)
     : state_(std::make_unique<State>()) {
     state_->path = path;
-    state_->settings = std::move(settings);
+    state_->settings = settings;
     state_->open();
     if (state_->settings.pacing == WriterPacing::realTime) {
         state_->startWorker();
@@ -668,7 +668,7 @@ bool MovieWriter::appendVideoFrame(const VideoFrame& frame, double time) {
     lock.lock();
     s.lastVideoTicks = ticks;
     ++s.queuedVideo;
-    s.queue.push_back(State::VideoJob{std::move(copy), time});
+    s.queue.emplace_back(State::VideoJob{std::move(copy), time});
     lock.unlock();
     s.wake.notify_one();
     return true;
@@ -716,7 +716,7 @@ void MovieWriter::appendAudio(const float* interleaved, size_t frameCount) {
     job.samples.assign(interleaved, interleaved + frameCount * channels);
     {
         std::lock_guard lock(s.mutex);
-        s.queue.push_back(std::move(job));
+        s.queue.emplace_back(std::move(job));
     }
     s.wake.notify_one();
 }
