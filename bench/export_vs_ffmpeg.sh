@@ -62,7 +62,8 @@ for take in ${takes[*]}; do
     duration=$(json_field "$media/settings.json" duration)
     if [[ $format == mp4 ]]; then
       bitrate=$(json_field "$media/settings.json" videoBitRate)
-      video=(-c:v libx264 -preset faster -profile:v high -pix_fmt yuv420p -b:v "$bitrate")
+      # a keyframe every 2 s, as the export writes them
+      video=(-c:v libx264 -preset faster -profile:v high -pix_fmt yuv420p -b:v "$bitrate" -g $((fps * 2)))
     else
       video=(-c:v prores_ks -profile:v 0 -qscale:v 8 -pix_fmt yuv422p10le)
     fi
