@@ -24,6 +24,12 @@ void* operator new(std::size_t size) {
     }
     throw std::bad_alloc();
 }
+// The standard library's temporary buffers (stable_sort) come from the nothrow form; it
+// must reach malloc too, since the delete below frees whatever it is given.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    allocationCount.fetch_add(1, std::memory_order_relaxed);
+    return std::malloc(size == 0 ? 1 : size);
+}
 void operator delete(void* p) noexcept {
     std::free(p);
 }

@@ -158,7 +158,7 @@ TEST(RecordingTakeBuilder, NegativeTimesAreStoredAsZero) {
     segment.mediaStart = -0.5;
     segment.mediaDuration = -3;
     builder.addSegment(segment);
-    const auto& stored = builder.build().segments.at(0);
+    const auto stored = builder.build().segments.at(0);
     EXPECT_EQ(stored.programStart, 0);
     EXPECT_EQ(stored.duration, 0);
     EXPECT_EQ(stored.mediaStart, 0);
