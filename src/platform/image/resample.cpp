@@ -83,7 +83,9 @@ AxisTaps axisTaps(int destinationStart, int destinationCount, double scale, doub
     taps.count.resize(static_cast<size_t>(destinationCount));
     taps.weights.assign(static_cast<size_t>(destinationCount) * static_cast<size_t>(taps.maxCount),
                         0);
+    // Scratch rows for one pixel's weights, reused: this runs for every column of a band.
     std::vector<double> raw(static_cast<size_t>(taps.maxCount) + 2);
+    std::vector<double> folded(static_cast<size_t>(taps.maxCount) + 2);
     for (int i = 0; i < destinationCount; ++i) {
         const double centre = destinationStart + i + 0.5;
         const double u = ((centre - offset) / scale - origin) / pixelSize - 0.5;
@@ -110,7 +112,7 @@ AxisTaps axisTaps(int destinationStart, int destinationCount, double scale, doub
             taps.count[static_cast<size_t>(i)] = 0;
             continue;
         }
-        std::vector<double> folded(static_cast<size_t>(count), 0.0);
+        folded.assign(static_cast<size_t>(count), 0.0);
         for (int s = low; s <= high; ++s) {
             int target = s;
             if (clampEdges) {
@@ -262,7 +264,8 @@ const AxisTaps& columnTaps(int regionX, int width, const PixelAffine& t, const P
                    pixelSize == o.pixelSize && clampEdges == o.clampEdges;
         }
     };
-    constexpr size_t kKept = 4;
+    // A frame samples several pictures (wallpaper, screen, pointer, camera) in each band.
+    constexpr size_t kKept = 8;
     thread_local std::array<Entry, kKept> kept;
     thread_local size_t next = 0;
     Entry wanted{regionX,    width, source.pixels.cols, t.a, t.tx, source.originX, source.pixelSize,
