@@ -375,10 +375,21 @@ std::vector<fs::path> deletableURLs(const EditorDocument& document) {
     return result;
 }
 
+fs::path transcriptTextURL(const fs::path& screenURL) {
+    return replacingExtension(screenURL, "transcript.txt");
+}
+
+fs::path transcriptJSONURL(const fs::path& screenURL) {
+    return replacingExtension(screenURL, "transcript.json");
+}
+
+fs::path editorTranscriptURL(const fs::path& screenURL) {
+    return replacingExtension(screenURL, "transcript.editor.json");
+}
+
 std::vector<fs::path> transcriptSidecarURLs(const fs::path& screenURL) {
-    return {replacingExtension(screenURL, "transcript.txt"),
-            replacingExtension(screenURL, "transcript.json"),
-            replacingExtension(screenURL, "transcript.editor.json")};
+    return {transcriptTextURL(screenURL), transcriptJSONURL(screenURL),
+            editorTranscriptURL(screenURL)};
 }
 
 } // namespace OrvelleProjectPackage

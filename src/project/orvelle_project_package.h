@@ -86,8 +86,12 @@ TakeManifest rebase(const TakeManifest& manifest, const std::filesystem::path& p
 // take its manifest, transcript sidecars and media files, those that exist.
 std::vector<std::filesystem::path> deletableURLs(const EditorDocument& document);
 
-// The transcript sidecars of a screen movie, named after it: plain text, JSON, and the
-// editor's transcript.
+// The transcript sidecars of a screen movie, named after it ("<name>.transcript.txt",
+// "<name>.transcript.json", "<name>.transcript.editor.json"). The transcriber writes the
+// first two, the transcript editor the third, and a package carries all three.
+std::filesystem::path transcriptTextURL(const std::filesystem::path& screenURL);
+std::filesystem::path transcriptJSONURL(const std::filesystem::path& screenURL);
+std::filesystem::path editorTranscriptURL(const std::filesystem::path& screenURL);
 std::vector<std::filesystem::path> transcriptSidecarURLs(const std::filesystem::path& screenURL);
 
 } // namespace OrvelleProjectPackage

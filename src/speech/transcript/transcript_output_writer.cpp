@@ -1,7 +1,7 @@
 #include "speech/transcript/transcript_output_writer.h"
 
-#include "core/file_url.h"
 #include "core/files.h"
+#include "project/orvelle_project_package.h"
 #include "speech/transcript/unicode_text.h"
 
 #include <system_error>
@@ -25,11 +25,11 @@ void createParentFolder(const std::filesystem::path& file) {
 } // namespace
 
 std::filesystem::path defaultTextOutputURL(const std::filesystem::path& url) {
-    return replacingExtension(url, "transcript.txt");
+    return OrvelleProjectPackage::transcriptTextURL(url);
 }
 
 std::filesystem::path defaultJSONOutputURL(const std::filesystem::path& url) {
-    return replacingExtension(url, "transcript.json");
+    return OrvelleProjectPackage::transcriptJSONURL(url);
 }
 
 void writePlainText(std::string_view text, const std::filesystem::path& to) {
