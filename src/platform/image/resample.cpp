@@ -1,5 +1,7 @@
 #include "platform/image/detail/resample.h"
 
+#include "platform/image/image_geometry.h"
+
 #include <emmintrin.h>
 
 #include <algorithm>
@@ -11,21 +13,26 @@
 
 namespace orvelle::detail {
 
+// Pixel space has its own type so that it is never mixed with the plane's; the algebra is
+// the plane transform's.
+namespace {
+
+AffineTransform asPlane(const PixelAffine& t) {
+    return {t.a, t.b, t.c, t.d, t.tx, t.ty};
+}
+
+PixelAffine asPixels(const AffineTransform& t) {
+    return {t.a, t.b, t.c, t.d, t.tx, t.ty};
+}
+
+} // namespace
+
 PixelAffine PixelAffine::then(const PixelAffine& n) const {
-    return {a * n.a + b * n.c, a * n.b + b * n.d,          c * n.a + d * n.c,
-            c * n.b + d * n.d, tx * n.a + ty * n.c + n.tx, tx * n.b + ty * n.d + n.ty};
+    return asPixels(asPlane(*this).then(asPlane(n)));
 }
 
 PixelAffine PixelAffine::inverted() const {
-    const double det = a * d - b * c;
-    if (det == 0 || !std::isfinite(det)) {
-        return {};
-    }
-    const double ia = d / det;
-    const double ib = -b / det;
-    const double ic = -c / det;
-    const double id = a / det;
-    return {ia, ib, ic, id, -(tx * ia + ty * ic), -(tx * ib + ty * id)};
+    return asPixels(asPlane(*this).inverted());
 }
 
 bool PixelAffine::isIntegerTranslation() const {

@@ -213,26 +213,8 @@ struct AudioDecoder::State {
     }
 
     void feedPacket() {
-        while (!demuxerEnded) {
-            const int read = av_read_frame(input.get(), packet.get());
-            if (read < 0) {
-                // The end, or where a truncated file stops being readable.
-                demuxerEnded = true;
-                break;
-            }
-            if (packet->stream_index != streamIndex) {
-                av_packet_unref(packet.get());
-                continue;
-            }
-            const int sent = avcodec_send_packet(codec.get(), packet.get());
-            av_packet_unref(packet.get());
-            if (sent < 0 && sent != AVERROR(EAGAIN) && sent != AVERROR_INVALIDDATA) {
-                detail::throwMediaError("Could not decode the audio of " + detail::quoted(path),
-                                        sent);
-            }
-            return;
-        }
-        avcodec_send_packet(codec.get(), nullptr);
+        detail::feedNextPacket(input.get(), codec.get(), packet.get(), streamIndex, demuxerEnded,
+                               "Could not decode the audio of " + detail::quoted(path));
     }
 
     // Decodes and converts one more frame. False when everything has been handed over.

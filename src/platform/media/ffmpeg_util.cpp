@@ -78,6 +78,27 @@ CodecContextPtr openDecoder(const AVStream* stream, int threadCount,
     return context;
 }
 
+void feedNextPacket(AVFormatContext* input, AVCodecContext* codec, AVPacket* packet,
+                    int streamIndex, bool& demuxerEnded, const std::string& what) {
+    while (!demuxerEnded) {
+        if (av_read_frame(input, packet) < 0) {
+            demuxerEnded = true;
+            break;
+        }
+        if (packet->stream_index != streamIndex) {
+            av_packet_unref(packet);
+            continue;
+        }
+        const int sent = avcodec_send_packet(codec, packet);
+        av_packet_unref(packet);
+        if (sent < 0 && sent != AVERROR(EAGAIN) && sent != AVERROR_INVALIDDATA) {
+            throwMediaError(what, sent);
+        }
+        return;
+    }
+    avcodec_send_packet(codec, nullptr);
+}
+
 double containerStartSeconds(const AVFormatContext* input) {
     if (input->start_time == AV_NOPTS_VALUE) {
         return 0;

@@ -100,30 +100,8 @@ struct VideoDecoder::State {
     }
 
     void feedPacket() {
-        while (!demuxerEnded) {
-            const int read = av_read_frame(input.get(), packet.get());
-            if (read == AVERROR_EOF) {
-                demuxerEnded = true;
-                break;
-            }
-            if (read < 0) {
-                // A truncated file ends where its readable data ends.
-                demuxerEnded = true;
-                break;
-            }
-            if (packet->stream_index != streamIndex) {
-                av_packet_unref(packet.get());
-                continue;
-            }
-            const int sent = avcodec_send_packet(codec.get(), packet.get());
-            av_packet_unref(packet.get());
-            if (sent < 0 && sent != AVERROR(EAGAIN) && sent != AVERROR_INVALIDDATA) {
-                detail::throwMediaError("Could not decode the video of " + detail::quoted(path),
-                                        sent);
-            }
-            return;
-        }
-        avcodec_send_packet(codec.get(), nullptr); // drain
+        detail::feedNextPacket(input.get(), codec.get(), packet.get(), streamIndex, demuxerEnded,
+                               "Could not decode the video of " + detail::quoted(path));
     }
 
     const AVFrame* peek() {

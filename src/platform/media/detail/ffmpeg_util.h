@@ -82,6 +82,12 @@ int findStream(AVFormatContext* input, AVMediaType type, const std::filesystem::
 CodecContextPtr openDecoder(const AVStream* stream, int threadCount,
                             const std::filesystem::path& path);
 
+// Sends the decoder the next packet of its stream, or the drain signal once the file has no
+// more (at its end, or where a truncated file stops being readable; `demuxerEnded` is then
+// set). Damaged packets are skipped; any other refusal throws MediaError with `what`.
+void feedNextPacket(AVFormatContext* input, AVCodecContext* codec, AVPacket* packet,
+                    int streamIndex, bool& demuxerEnded, const std::string& what);
+
 // Seconds that the container's clock is ahead of the file's own zero (its start time).
 double containerStartSeconds(const AVFormatContext* input);
 
