@@ -346,14 +346,7 @@ int64_t AudioDecoder::position() const {
 }
 
 double AudioDecoder::duration() const {
-    const State& s = *state_;
-    if (s.stream->duration != AV_NOPTS_VALUE && s.stream->duration > 0) {
-        return static_cast<double>(s.stream->duration) * av_q2d(s.stream->time_base);
-    }
-    if (s.input->duration != AV_NOPTS_VALUE && s.input->duration > 0) {
-        return static_cast<double>(s.input->duration) / AV_TIME_BASE;
-    }
-    return 0;
+    return detail::streamDurationSeconds(state_->input.get(), state_->stream);
 }
 
 size_t AudioDecoder::read(float* destination, size_t frameCount) {

@@ -99,6 +99,16 @@ void feedNextPacket(AVFormatContext* input, AVCodecContext* codec, AVPacket* pac
     avcodec_send_packet(codec, nullptr);
 }
 
+double streamDurationSeconds(const AVFormatContext* input, const AVStream* stream) {
+    if (stream->duration != AV_NOPTS_VALUE && stream->duration > 0) {
+        return static_cast<double>(stream->duration) * av_q2d(stream->time_base);
+    }
+    if (input->duration != AV_NOPTS_VALUE && input->duration > 0) {
+        return static_cast<double>(input->duration) / AV_TIME_BASE;
+    }
+    return 0;
+}
+
 double containerStartSeconds(const AVFormatContext* input) {
     if (input->start_time == AV_NOPTS_VALUE) {
         return 0;

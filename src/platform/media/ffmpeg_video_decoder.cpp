@@ -249,14 +249,7 @@ double VideoDecoder::nominalFrameRate() const {
 }
 
 double VideoDecoder::duration() const {
-    const State& s = *state_;
-    if (s.stream->duration != AV_NOPTS_VALUE && s.stream->duration > 0) {
-        return static_cast<double>(s.stream->duration) * av_q2d(s.stream->time_base);
-    }
-    if (s.input->duration != AV_NOPTS_VALUE && s.input->duration > 0) {
-        return static_cast<double>(s.input->duration) / AV_TIME_BASE;
-    }
-    return 0;
+    return detail::streamDurationSeconds(state_->input.get(), state_->stream);
 }
 
 bool VideoDecoder::nextFrame(VideoFrame& frame) {

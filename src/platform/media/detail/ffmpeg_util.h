@@ -88,6 +88,9 @@ CodecContextPtr openDecoder(const AVStream* stream, int threadCount,
 void feedNextPacket(AVFormatContext* input, AVCodecContext* codec, AVPacket* packet,
                     int streamIndex, bool& demuxerEnded, const std::string& what);
 
+// A stream's duration in seconds: its own, else the container's, else 0.
+double streamDurationSeconds(const AVFormatContext* input, const AVStream* stream);
+
 // Seconds that the container's clock is ahead of the file's own zero (its start time).
 double containerStartSeconds(const AVFormatContext* input);
 
