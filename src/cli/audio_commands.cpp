@@ -1,5 +1,6 @@
 #include "cli/commands.h"
 #include "cli/output.h"
+#include "cli/project_input.h"
 #include "platform/media/movie_writer.h"
 #include "project/editor_document.h"
 #include "timeline_media/composition_audio_mixer.h"
@@ -22,7 +23,7 @@ Json intervalsJson(const std::vector<VoiceInterval>& intervals) {
 }
 
 int runAudioMix(const Arguments& arguments) {
-    const EditorDocument document = EditorDocument::load(arguments.positional(0, "the document"));
+    const EditorDocument document = openDocument(arguments.positional(0, "the document"));
     const auto output = arguments.value("--output");
     if (!output) {
         throw UsageError("Say where the mix goes with -o OUT.wav.");
@@ -87,7 +88,7 @@ int runAudioMix(const Arguments& arguments) {
 }
 
 int runAudioVoice(const Arguments& arguments) {
-    const EditorDocument document = EditorDocument::load(arguments.positional(0, "the document"));
+    const EditorDocument document = openDocument(arguments.positional(0, "the document"));
     const auto intervals = VoiceActivityDetector::sourceIntervals(
         document.manifest.segmentsFor(MediaTrackManifest::Kind::microphone));
     if (arguments.flag("--json")) {

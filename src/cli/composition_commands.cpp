@@ -1,5 +1,6 @@
 #include "cli/commands.h"
 #include "cli/output.h"
+#include "cli/project_input.h"
 #include "project/editor_document.h"
 #include "timeline_media/project_composition.h"
 
@@ -64,7 +65,7 @@ Json compositionJson(const TimelineCompositionResult& result) {
 }
 
 int runComposition(const Arguments& arguments) {
-    const EditorDocument document = EditorDocument::load(arguments.positional(0, "the document"));
+    const EditorDocument document = openDocument(arguments.positional(0, "the document"));
     const auto inputs = loadProjectCompositionInputs(document.project, NoiseReductionCache());
     if (!inputs) {
         throw Error("The screen movie of \"" + document.screenURL.string() +

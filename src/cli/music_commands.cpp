@@ -1,5 +1,6 @@
 #include "cli/commands.h"
 #include "cli/output.h"
+#include "cli/project_input.h"
 #include "project/editor_document.h"
 #include "timeline_media/project_composition.h"
 
@@ -10,7 +11,7 @@ namespace orvelle::cli {
 namespace {
 
 int runMusicEnvelope(const Arguments& arguments) {
-    const EditorDocument document = EditorDocument::load(arguments.positional(0, "the document"));
+    const EditorDocument document = openDocument(arguments.positional(0, "the document"));
     const EditorProjectState& project = document.project;
     const auto clips = seededTimeline(project.timeline, takeSourceDuration(project.manifest)).clips;
     const auto voice = VoiceActivityDetector::sourceIntervals(

@@ -137,5 +137,35 @@ TEST(AudioMixCommand, AnEditedSampleTakeHasNoClicksAndDucksTheMusicUnderTheNarra
     }
 }
 
+// A take's manifest stands for its movie in every command that opens a document: the sound
+// commands must not read the manifest as a movie of its own.
+TEST(AudioCommands, ATakesManifestOpensLikeItsMovie) {
+    TemporaryDirectory folder;
+    const Json take = orvelleJson(
+        {"sample-take", (folder / "take").string(), "--width", "128", "--duration", "6", "--json"});
+    const auto manifest = pathFromFileURL(take["manifestURL"].get<std::string>()).string();
+    const auto movie = pathFromFileURL(take["screenURL"].get<std::string>()).string();
+    for (const std::vector<std::string>& command :
+         {std::vector<std::string>{"audio", "voice"}, {"composition"}, {"music", "envelope"}}) {
+        auto withDocument = [&](const std::string& document) {
+            auto arguments = command;
+            arguments.push_back(document);
+            arguments.push_back("--json");
+            return orvelleJson(arguments);
+        };
+        Json fromManifest = withDocument(manifest);
+        Json fromMovie = withDocument(movie);
+        // The timeline a never-edited take is seeded with has a fresh clip id each time.
+        fromManifest.erase("audioSegments");
+        fromMovie.erase("audioSegments");
+        EXPECT_EQ(fromManifest, fromMovie) << command.front();
+    }
+    const Json voice = orvelleJson({"audio", "voice", manifest, "--json"});
+    EXPECT_FALSE(voice["intervals"].empty());
+    const auto wav = (folder / "mix.wav").string();
+    const Json mix = orvelleJson({"audio", "mix", manifest, "-o", wav, "--json"});
+    EXPECT_EQ(mix["frames"], 6 * rate);
+}
+
 } // namespace
 } // namespace orvelle
