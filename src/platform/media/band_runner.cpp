@@ -47,6 +47,22 @@ void BandRunner::run(int bandCount, const std::function<void(int band)>& job) {
     }
 }
 
+int BandRunner::machineThreads() {
+    return std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+}
+
+void BandRunner::runRows(int height, const std::function<void(int top, int bottom)>& job) {
+    // Several bands a thread, so that a helper the system is slow to wake holds up little.
+    const int threads = threadCount();
+    int rows = threads == 1 ? height : std::max(32, (height + 4 * threads - 1) / (4 * threads));
+    rows += rows % 2;
+    const int bandCount = (height + rows - 1) / rows;
+    run(bandCount, [&](int band) {
+        const int top = band * rows;
+        job(top, std::min(height, top + rows));
+    });
+}
+
 void BandRunner::work() {
     std::unique_lock lock(mutex_);
     while (nextBand_ < bandCount_) {

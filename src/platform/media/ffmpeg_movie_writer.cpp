@@ -1,3 +1,4 @@
+#include "platform/media/detail/bgra_to_yuv420p.h"
 #include "platform/media/detail/ffmpeg_util.h"
 #include "platform/media/movie_writer.h"
 
@@ -13,6 +14,7 @@ extern "C" {
 #include <cstring>
 #include <deque>
 #include <exception>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <variant>
@@ -83,6 +85,7 @@ struct MovieWriter::State {
     detail::FramePtr videoFrame;
     detail::SwsPtr scaler;
     PixelLayout scalerInput = PixelLayout::bgra;
+    std::unique_ptr<detail::BandRunner> bands; // for BGRA to BT.709 yuv420p, made on first use
     AVColorSpace colorSpace = AVCOL_SPC_BT709;
     int64_t lastVideoTicks = -1;
     std::atomic<int64_t> videoFrames = 0;
@@ -386,6 +389,17 @@ struct MovieWriter::State {
                                     sources[plane], strides[plane], frame->planeWidthBytes(plane),
                                     frame->planeHeight(plane));
             }
+        } else if (layout == PixelLayout::bgra && encoder->pix_fmt == AV_PIX_FMT_YUV420P &&
+                   colorSpace == AVCOL_SPC_BT709) {
+            // The export's common case, several times faster than the scaler.
+            if (!bands) {
+                bands = std::make_unique<detail::BandRunner>(detail::BandRunner::machineThreads());
+            }
+            const detail::Yuv420pPlanes planes{
+                {videoFrame->data[0], videoFrame->data[1], videoFrame->data[2]},
+                {videoFrame->linesize[0], videoFrame->linesize[1], videoFrame->linesize[2]}};
+            detail::bgraToYuv420pBt709(sources[0], strides[0], encoder->width, encoder->height,
+                                       planes, *bands);
         } else {
             if (!scaler || scalerInput != layout) {
                 scaler.reset(sws_getContext(

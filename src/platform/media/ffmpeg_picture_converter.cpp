@@ -1,4 +1,5 @@
 #include "platform/media/detail/picture_converter.h"
+#include "platform/media/detail/row_kernel.h"
 
 #include <libyuv/convert_argb.h>
 
@@ -10,15 +11,6 @@ extern "C" {
 #include <algorithm>
 #include <cstring>
 #include <optional>
-#include <thread>
-
-// The row loops below are written for the compiler's vectoriser; on x86-64 they are also
-// built for AVX2 and chosen at load time.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-#define ORVELLE_ROW_KERNEL __attribute__((target_clones("avx2", "default")))
-#else
-#define ORVELLE_ROW_KERNEL
-#endif
 
 namespace orvelle::detail {
 
@@ -188,15 +180,11 @@ void bandToYuv420p(const AVFrame* picture, const PlanarYuv& shape, VideoFrame& f
     }
 }
 
-int machineThreads() {
-    return std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
-}
-
 } // namespace
 
 PictureConverter::PictureConverter(PixelLayout layout, int width, int height, int threadCount)
     : layout_(layout), width_(width), height_(height),
-      bands_(threadCount > 0 ? threadCount : machineThreads()) {}
+      bands_(threadCount > 0 ? threadCount : BandRunner::machineThreads()) {}
 
 void PictureConverter::convert(const AVFrame* source, VideoFrame& frame,
                                const std::filesystem::path& path) {
@@ -223,15 +211,7 @@ bool PictureConverter::convertInBands(const AVFrame* source, VideoFrame& frame) 
     } else if (shape->chromaShiftX != 1) {
         return false; // 4:4:4 to 4:2:0 is left to the scaler
     }
-    // Several bands a thread, each an even number of rows, so that a helper the system is
-    // slow to wake holds up little and chroma rows never straddle two bands.
-    const int threads = bands_.threadCount();
-    int rows = threads == 1 ? height_ : std::max(32, (height_ + 4 * threads - 1) / (4 * threads));
-    rows += rows % 2;
-    const int bandCount = (height_ + rows - 1) / rows;
-    bands_.run(bandCount, [&](int band) {
-        const int top = band * rows;
-        const int bottom = std::min(height_, top + rows);
+    bands_.runRows(height_, [&](int top, int bottom) {
         if (layout_ == PixelLayout::bgra) {
             bandToBgra(source, *shape, constants, frame, top, bottom);
         } else {

@@ -23,10 +23,15 @@ public:
     BandRunner& operator=(const BandRunner&) = delete;
 
     int threadCount() const { return helperCount_ + 1; }
+    static int machineThreads();
 
     // Calls job(band) for every band in [0, bandCount) and returns when all are done;
     // rethrows the first exception a band threw.
     void run(int bandCount, const std::function<void(int band)>& job);
+
+    // Splits the rows [0, height) of a picture into bands of an even number of rows, so that
+    // 4:2:0 chroma rows never straddle two, and calls job(top, bottom) for each.
+    void runRows(int height, const std::function<void(int top, int bottom)>& job);
 
 private:
     void work();
