@@ -44,12 +44,9 @@ RenderFrameSource openFrameSource(const std::string& argument, Size stageSize) {
     if (!fs::exists(path)) {
         throw Error("\"" + argument + "\" does not exist.");
     }
-    const bool isProjectJson = path.extension() == ".json" &&
-                               !path.filename().string().ends_with(".take.json") &&
-                               !fs::is_directory(path);
     RenderFrameSource source;
     fs::path screenURL;
-    if (isProjectJson) {
+    if (isProjectJsonPath(path)) {
         source.project = readProjectJson(path);
     } else {
         const EditorDocument document = openDocument(argument);

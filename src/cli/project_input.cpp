@@ -44,6 +44,10 @@ EditorDocument openDocument(const std::string& argument) {
     return EditorDocument::load(documentPath(argument));
 }
 
+bool isProjectJsonPath(const fs::path& path) {
+    return path.extension() == ".json" && !isTakeManifest(path) && !fs::is_directory(path);
+}
+
 EditorProjectState readProjectJson(const fs::path& path) {
     try {
         const Json json = readJsonFile(path);
@@ -59,7 +63,7 @@ EditorProjectState readProjectJson(const fs::path& path) {
 
 EditorProjectState readProject(const std::string& argument) {
     const fs::path path = standardizedPath(argument);
-    if (path.extension() == ".json" && !isTakeManifest(path) && !fs::is_directory(path)) {
+    if (isProjectJsonPath(path)) {
         return readProjectJson(path);
     }
     EditorProjectState project = openDocument(argument).project;

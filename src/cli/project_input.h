@@ -19,6 +19,10 @@ std::filesystem::path documentPath(const std::string& argument);
 
 EditorDocument openDocument(const std::string& argument);
 
+// Whether a path names a project JSON rather than a document: a JSON file other than a
+// take's manifest.
+bool isProjectJsonPath(const std::filesystem::path& path);
+
 // A state JSON or a project.json. Throws orvelle::Error naming the file and, for a decode
 // error, the offending key ("timeline.clips[0].start: required key is missing").
 EditorProjectState readProjectJson(const std::filesystem::path& path);
