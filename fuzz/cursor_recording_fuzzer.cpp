@@ -9,16 +9,11 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace orvelle;
-    const auto json = fuzzing::parse(data, size);
-    if (!json) {
+    const auto decoded = fuzzing::decode<CursorRecording>(data, size);
+    if (!decoded) {
         return 0;
     }
-    CursorRecording recording;
-    try {
-        recording = decodeJson<CursorRecording>(*json);
-    } catch (const Error&) {
-        return 0;
-    }
+    const CursorRecording& recording = *decoded;
     fuzzing::expectRoundTrip(recording);
     double duration = 0;
     for (const auto& sample : recording.samples) {

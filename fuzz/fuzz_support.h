@@ -21,6 +21,21 @@ inline std::optional<Json> parse(const uint8_t* data, size_t size) {
     }
 }
 
+// The input read as a T, or absent where it is not JSON or not a T: a clear error is the
+// right answer to a bad file.
+template <class T>
+std::optional<T> decode(const uint8_t* data, size_t size) {
+    const auto json = parse(data, size);
+    if (!json) {
+        return std::nullopt;
+    }
+    try {
+        return decodeJson<T>(*json);
+    } catch (const Error&) {
+        return std::nullopt;
+    }
+}
+
 inline void check(bool condition, const char* broken) {
     if (!condition) {
         std::fprintf(stderr, "fuzz check failed: %s\n", broken);
