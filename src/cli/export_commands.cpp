@@ -20,9 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The size the export panel offers first; the aspect ratio then shapes it.
-constexpr int kDefaultWidth = 1920;
-constexpr int kDefaultHeight = 1080;
 // Ctrl-C ends a command with the shell's status for it.
 constexpr int kInterruptedStatus = 130;
 
@@ -89,9 +86,8 @@ Json settingsJson(const RenderExportSettings& settings, double duration) {
 RenderExportSettings exportSettings(const Arguments& arguments, const fs::path& output,
                                     double& duration) {
     const std::string& document = arguments.positional(0, "the document");
-    const auto size = arguments.value("--size")
-                          ? parseStageSize(*arguments.value("--size"), "--size")
-                          : Size{kDefaultWidth, kDefaultHeight};
+    // The aspect ratio then shapes the size asked for.
+    const Size size = stageSizeOption(arguments);
     const RenderFrameSource source = openFrameSource(document, size);
     ExportSnapshot snapshot;
     snapshot.project = source.project;

@@ -11,15 +11,6 @@ namespace orvelle::cli {
 
 namespace {
 
-constexpr int kDefaultFrameRate = 30;
-constexpr Size kDefaultStageSize{1920, 1080};
-
-// The frame a time falls in; a time a hair below a frame boundary in binary (2.3 s at
-// 30 fps is 68.99999...) still counts as that frame.
-long frameIndex(double time, int fps) {
-    return static_cast<long>(std::floor(time * fps + 1e-6));
-}
-
 double checkedTime(double time, std::string_view option, double duration) {
     if (!std::isfinite(time) || time < 0) {
         throw UsageError("The option " + std::string(option) + " takes a time of 0 s or more.");
@@ -46,13 +37,8 @@ void printFrame(const FrameComposition& frame) {
 }
 
 int runFrames(const Arguments& arguments) {
-    const Size stage = arguments.value("--size")
-                           ? parseStageSize(*arguments.value("--size"), "--size")
-                           : kDefaultStageSize;
-    const int fps = arguments.integer("--fps").value_or(kDefaultFrameRate);
-    if (fps <= 0 || fps > 1000) {
-        throw UsageError("The option --fps takes a whole number of frames a second, 1 to 1000.");
-    }
+    const Size stage = stageSizeOption(arguments);
+    const int fps = frameRateOption(arguments);
     RenderFrameResolver resolver(openFrameSource(arguments.positional(0, "the document"), stage));
     const double duration = resolver.timelineDuration();
     if (!(duration > 0)) {

@@ -7,12 +7,16 @@
 #include "project/media_asset_metadata.h"
 
 #include <charconv>
+#include <cmath>
 
 namespace orvelle::cli {
 
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr Size kDefaultStageSize{1920, 1080};
+constexpr int kDefaultFrameRate = 30;
 
 // The first file of a track, if the take has one.
 std::optional<TakeSegmentManifest> firstSegment(const TakeManifest& manifest,
@@ -35,6 +39,24 @@ std::optional<Size> movieSize(const fs::path& url,
         return Size{static_cast<double>(*segment->width), static_cast<double>(*segment->height)};
     }
     return std::nullopt;
+}
+
+// "1920x1080" as a size; a UsageError naming the option otherwise.
+Size parseStageSize(const std::string& text, std::string_view option) {
+    const auto separator = text.find('x');
+    int width = 0;
+    int height = 0;
+    const auto parse = [](std::string_view part, int& value) {
+        const auto result = std::from_chars(part.data(), part.data() + part.size(), value);
+        return result.ec == std::errc() && result.ptr == part.data() + part.size() && value > 0;
+    };
+    if (separator == std::string::npos ||
+        !parse(std::string_view(text).substr(0, separator), width) ||
+        !parse(std::string_view(text).substr(separator + 1), height)) {
+        throw UsageError("The option " + std::string(option) +
+                         " takes a size such as 1920x1080, not \"" + text + "\".");
+    }
+    return {static_cast<double>(width), static_cast<double>(height)};
 }
 
 } // namespace
@@ -84,21 +106,21 @@ RenderFrameSource openFrameSource(const std::string& argument, Size stageSize) {
     return source;
 }
 
-Size parseStageSize(const std::string& text, std::string_view option) {
-    const auto separator = text.find('x');
-    int width = 0;
-    int height = 0;
-    const auto parse = [](std::string_view part, int& value) {
-        const auto result = std::from_chars(part.data(), part.data() + part.size(), value);
-        return result.ec == std::errc() && result.ptr == part.data() + part.size() && value > 0;
-    };
-    if (separator == std::string::npos ||
-        !parse(std::string_view(text).substr(0, separator), width) ||
-        !parse(std::string_view(text).substr(separator + 1), height)) {
-        throw UsageError("The option " + std::string(option) +
-                         " takes a size such as 1920x1080, not \"" + text + "\".");
+Size stageSizeOption(const Arguments& arguments) {
+    const auto text = arguments.value("--size");
+    return text ? parseStageSize(*text, "--size") : kDefaultStageSize;
+}
+
+int frameRateOption(const Arguments& arguments) {
+    const int fps = arguments.integer("--fps").value_or(kDefaultFrameRate);
+    if (fps <= 0 || fps > 1000) {
+        throw UsageError("The option --fps takes a whole number of frames a second, 1 to 1000.");
     }
-    return {static_cast<double>(width), static_cast<double>(height)};
+    return fps;
+}
+
+long frameIndex(double time, int fps) {
+    return static_cast<long>(std::floor(time * fps + 1e-6));
 }
 
 } // namespace orvelle::cli

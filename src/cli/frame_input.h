@@ -10,12 +10,21 @@
 
 namespace orvelle::cli {
 
+class Arguments;
+
 // Opens a document (or a project JSON) for export at a stage size. A take whose timeline
 // was never built gets it seeded over the whole take, with its first zooms worked out from
 // the pointer, as when the editor first opens it.
 RenderFrameSource openFrameSource(const std::string& argument, Size stageSize);
 
-// "1920x1080" as a size; a UsageError naming the option otherwise.
-Size parseStageSize(const std::string& text, std::string_view option);
+// The stage of --size, 1920x1080 (what the export panel offers first) when it is not given.
+Size stageSizeOption(const Arguments& arguments);
+
+// The --fps at which the frame commands step through an edit: 30 unless given, 1 to 1000.
+int frameRateOption(const Arguments& arguments);
+
+// The frame a time falls in; a time a hair below a frame boundary in binary (2.3 s at
+// 30 fps is 68.99999...) still counts as that frame.
+long frameIndex(double time, int fps);
 
 } // namespace orvelle::cli

@@ -22,9 +22,6 @@ namespace orvelle::cli {
 
 namespace {
 
-constexpr int kDefaultFrameRate = 30;
-constexpr Size kDefaultStageSize{1920, 1080};
-
 // The pictures of one video track of the take at an edit time, read the way the export
 // reads them.
 class TrackPicture {
@@ -66,13 +63,8 @@ int runStill(const Arguments& arguments) {
     if (!output) {
         throw UsageError("Say where to write the picture with -o FRAME.png.");
     }
-    const Size stage = arguments.value("--size")
-                           ? parseStageSize(*arguments.value("--size"), "--size")
-                           : kDefaultStageSize;
-    const int fps = arguments.integer("--fps").value_or(kDefaultFrameRate);
-    if (fps <= 0 || fps > 1000) {
-        throw UsageError("The option --fps takes a whole number of frames a second, 1 to 1000.");
-    }
+    const Size stage = stageSizeOption(arguments);
+    const int fps = frameRateOption(arguments);
     RenderFrameSource source = openFrameSource(document, stage);
     const EditorProjectState project = source.project;
     RenderFrameResolver resolver(std::move(source));
@@ -90,7 +82,7 @@ int runStill(const Arguments& arguments) {
 
     // Motion builds up over the frames as in an export, so every frame up to the one asked
     // for is resolved.
-    const long last = static_cast<long>(std::floor(*time * fps + 1e-6));
+    const long last = frameIndex(*time, fps);
     FrameComposition composition;
     for (long i = 0; i <= last; ++i) {
         composition = resolver.resolve(static_cast<double>(i) / fps);
