@@ -7,6 +7,7 @@
 #include "composition/frame_rendering_context.h"
 #include "core/file_url.h"
 #include "core/resources.h"
+#include "export/orvelle_video_compositor.h"
 #include "platform/image/image.h"
 #include "timeline_media/composition_video_reader.h"
 #include "timeline_media/render_composition.h"
@@ -39,12 +40,13 @@ public:
         reader_ = std::make_unique<CompositionVideoReader>(composition_, track);
     }
 
-    // The picture on screen at the edit time, or absent where the track shows nothing.
-    std::optional<Image> at(double editSeconds) {
+    // The picture on screen at the edit time, or null where the track shows nothing. It
+    // stays as it is until the next call.
+    const VideoFrame* at(double editSeconds) {
         if (!reader_ || !reader_->frameAt(editSeconds, frame_)) {
-            return std::nullopt;
+            return nullptr;
         }
-        return FrameRenderer::imageOfFrame(frame_);
+        return &frame_;
     }
 
 private:
@@ -96,16 +98,9 @@ int runStill(const Arguments& arguments) {
 
     const auto started = std::chrono::steady_clock::now();
     FrameRenderingContext context;
-    FrameRendererInput input;
-    input.composition = composition;
-    // A stretch without a screen picture renders as black on the card.
-    input.screen =
-        screen.at(editSeconds)
-            .value_or(Image::color(ImageColor::black()).cropped({0, 0, stage.width, stage.height}));
-    if (composition.hasCameraOverlay) {
-        input.camera = camera.at(editSeconds);
-    }
-    input.bakedBackground = context.bakedBackground(composition.background, stage);
+    const FrameRendererInput input = OrvelleVideoCompositor::rendererInput(
+        composition, screen.at(editSeconds),
+        composition.hasCameraOverlay ? camera.at(editSeconds) : nullptr, context);
     const Bitmap picture =
         FrameRenderer::render(input, context).render({0, 0, stage.width, stage.height});
     const double milliseconds =

@@ -1,6 +1,5 @@
 #include "export/orvelle_video_compositor.h"
 
-#include "composition/frame_renderer.h"
 #include "platform/image/bitmap.h"
 
 namespace orvelle {
@@ -8,19 +7,27 @@ namespace orvelle {
 OrvelleVideoCompositor::OrvelleVideoCompositor(std::shared_ptr<RenderFrameResolver> resolver)
     : resolver_(std::move(resolver)) {}
 
-void OrvelleVideoCompositor::compose(const ExportFrameRequest& request, VideoFrame& output) {
-    const FrameComposition composition = resolver_->resolve(request.compositionTime);
+FrameRendererInput OrvelleVideoCompositor::rendererInput(const FrameComposition& composition,
+                                                         const VideoFrame* screen,
+                                                         const VideoFrame* camera,
+                                                         FrameRenderingContext& context) {
     const Size stage = composition.stageSize;
     FrameRendererInput input;
     input.screen =
-        request.screen != nullptr
-            ? FrameRenderer::imageOfFrame(*request.screen)
+        screen != nullptr
+            ? FrameRenderer::imageOfFrame(*screen)
             : Image::color(ImageColor::black()).cropped({0, 0, stage.width, stage.height});
-    if (request.camera != nullptr) {
-        input.camera = FrameRenderer::imageOfFrame(*request.camera);
+    if (camera != nullptr) {
+        input.camera = FrameRenderer::imageOfFrame(*camera);
     }
-    input.bakedBackground = context_.bakedBackground(composition.background, stage);
+    input.bakedBackground = context.bakedBackground(composition.background, stage);
     input.composition = composition;
+    return input;
+}
+
+void OrvelleVideoCompositor::compose(const ExportFrameRequest& request, VideoFrame& output) {
+    const FrameRendererInput input = rendererInput(resolver_->resolve(request.compositionTime),
+                                                   request.screen, request.camera, context_);
     // The stage is opaque, so its premultiplied pixels are the frame's own.
     Bitmap target = Bitmap::wrapping(output.planes[0].data(), output.width, output.height,
                                      static_cast<size_t>(output.strides[0]));

@@ -6,6 +6,7 @@
 // wallpaper), so everything that does not change from frame to frame is made once.
 // Used from the render thread only.
 
+#include "composition/frame_renderer.h"
 #include "composition/frame_rendering_context.h"
 #include "export/render_pipe.h"
 
@@ -17,8 +18,13 @@ class OrvelleVideoCompositor final : public ExportFrameCompositor {
 public:
     explicit OrvelleVideoCompositor(std::shared_ptr<RenderFrameResolver> resolver);
 
-    // A stretch without a screen picture is drawn black on the card; a camera picture
-    // that is missing leaves the overlay out.
+    // What the frame renderer draws a resolved frame from: a stretch without a screen
+    // picture is black on the card, a camera picture that is missing leaves the overlay
+    // out. The pictures must stay as they are until the stage has been rendered.
+    static FrameRendererInput rendererInput(const FrameComposition& composition,
+                                            const VideoFrame* screen, const VideoFrame* camera,
+                                            FrameRenderingContext& context);
+
     void compose(const ExportFrameRequest& request, VideoFrame& output) override;
 
 private:
