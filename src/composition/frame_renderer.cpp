@@ -156,10 +156,10 @@ std::optional<Image> pointerLayer(const FrameRendererInput& input, FrameRenderin
     const ScreenLayerComposition& screen = composition.preview.screen;
     const double s =
         composition.cursorClickPressScale * layer->sizeScale / std::max(screen.zoomScale, 0.001);
-    const bool dot = composition.cursorStyle == CursorStyle::dot;
     const Point hot = CursorVectorArt::hotSpot(composition.cursorStyle);
-    const double px = layer->position.x - (dot ? 0 : 19);
-    const double py = layer->position.y - (dot ? 0 : 20);
+    // The layer's position is the box's centre; the pointer itself is at the hot spot.
+    const double px = layer->position.x - (CursorVectorArt::kBoxSize / 2 - hot.x);
+    const double py = layer->position.y - (CursorVectorArt::kBoxSize / 2 - hot.y);
     const double side = CursorVectorArt::kBoxSize * s;
     const ImageRect rect =
         fromTopLeft({px - hot.x * s, py - hot.y * s, side, side}, embeddedHeight);

@@ -1,5 +1,6 @@
 #include "composition/preview_composition_resolver.h"
 
+#include "composition/cursor_vector_art.h"
 #include "composition/motion_blur_math.h"
 #include "motion/zoom_animation.h"
 
@@ -86,11 +87,11 @@ std::optional<CursorLayerComposition> pointerLayer(const PreviewCompositionInput
         blur.width *= kMaximumPointerBlur / length;
         blur.height *= kMaximumPointerBlur / length;
     }
-    // The art's 48-point box is centred at the position; the hot spot of the arrows is at
-    // (5, 4) of the box, the dot's at its centre.
-    const Point hotSpot = settings.style == CursorStyle::dot ? Point{24, 24} : Point{5, 4};
-    const Point position{movie.x + input.cursorPoint->x * movie.width + 24 - hotSpot.x,
-                         movie.y + input.cursorPoint->y * movie.height + 24 - hotSpot.y};
+    // The art's box is centred at the position, its hot spot on the pointer.
+    const Point hotSpot = CursorVectorArt::hotSpot(settings.style);
+    const double half = CursorVectorArt::kBoxSize / 2;
+    const Point position{movie.x + input.cursorPoint->x * movie.width + half - hotSpot.x,
+                         movie.y + input.cursorPoint->y * movie.height + half - hotSpot.y};
     double sizeScale = 0;
     if (!(settings.sizeAmount > 0)) {
         sizeScale = 0.8;
