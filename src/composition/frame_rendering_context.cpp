@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 namespace orvelle {
 
@@ -78,9 +77,7 @@ Image FrameRenderingContext::roundedRectMask(const ImageRect& extent, double cor
 
 std::optional<Image> FrameRenderingContext::cursorImage(CursorStyle style,
                                                         const BackgroundColorRGBA& dotColor) {
-    char key[160];
-    std::snprintf(key, sizeof key, "%s|%.3f,%.3f,%.3f,%.3f", std::string(enumName(style)).c_str(),
-                  dotColor.red, dotColor.green, dotColor.blue, dotColor.alpha);
+    const std::string key = CursorVectorArt::cacheKey(style, kCursorArtPixelSize, dotColor);
     if (const Image* art = cursorImageCache_.find(key)) {
         return *art;
     }

@@ -37,7 +37,7 @@ TEST(FrameRenderingContextCursor, ArtIsMadeOnceAt1024Pixels) {
     const auto soft = context.cursorImage(CursorStyle::soft, {0.5, 0.5, 0.5, 1});
     ASSERT_TRUE(soft.has_value());
     EXPECT_EQ(soft->extent(), (ImageRect{0, 0, 1024, 1024}));
-    // The dot colour is part of the key only where it matters... and always in the key.
+    // The same style is the same art; each dot colour has its own.
     const auto again = context.cursorImage(CursorStyle::soft, {0.5, 0.5, 0.5, 1});
     EXPECT_EQ(soft->node(), again->node());
     const auto red = context.cursorImage(CursorStyle::dot, {1, 0, 0, 1});
