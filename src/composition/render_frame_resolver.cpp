@@ -109,11 +109,6 @@ double cameraPlanningZoomScale(double sourceTime, const EditorProjectState& proj
     return planningScale(zoomAtSourceTime(sourceTime, project, editTimeline), project);
 }
 
-double cameraPlanningCenterBias(double sourceTime, const EditorProjectState& project,
-                                const ResolvedEditTimeline& editTimeline) {
-    return zoomAtSourceTime(sourceTime, project, editTimeline).centerBias;
-}
-
 std::vector<CursorSample> preparedCameraSamples(const CursorRecording& recording,
                                                 const EditorProjectState& project,
                                                 const ResolvedEditTimeline& editTimeline) {

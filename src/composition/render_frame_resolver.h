@@ -49,8 +49,6 @@ std::vector<CursorClick> preparedClicks(const CursorRecording& recording);
 // the edit time it maps to, never below 1.
 double cameraPlanningZoomScale(double sourceTime, const EditorProjectState& project,
                                const ResolvedEditTimeline& editTimeline);
-double cameraPlanningCenterBias(double sourceTime, const EditorProjectState& project,
-                                const ResolvedEditTimeline& editTimeline);
 
 // The camera track, planned on the unfiltered track with edge exits bridged.
 std::vector<CursorSample> preparedCameraSamples(const CursorRecording& recording,
