@@ -12,9 +12,12 @@ namespace orvelle {
 
 namespace TextAnimationEngine {
 
+double linePace(double speed) {
+    return 0.35 / std::max(speed, 0.0001);
+}
+
 double resolvedStagger(int lineCount, double duration, double speed) {
-    speed = std::max(speed, 0.0001);
-    const double pace = 0.35 / speed;
+    const double pace = linePace(speed);
     if (lineCount > 1 && lineCount * pace > duration * 0.6) {
         return std::max((duration * 0.6 - pace) / (lineCount - 1), 0.0);
     }
@@ -451,7 +454,7 @@ Image compositeTextClip(const Image& image, const TextClip& clip,
     const int n = static_cast<int>(lines.size());
     const double duration = std::max(clip.end.seconds - clip.start.seconds, 0.0);
     const double speed = std::max(clip.animationSpeed, 0.0001);
-    const double pace = 0.35 / speed;
+    const double pace = TextAnimationEngine::linePace(speed);
     const double stagger = TextAnimationEngine::resolvedStagger(n, duration, speed);
     const double elapsed = composition.editTime.seconds - clip.start.seconds;
     double exit = 0;

@@ -25,6 +25,8 @@ struct FrameRendererInput {
 // How the lines of a text clip come in one after another.
 namespace TextAnimationEngine {
 
+// Seconds a line takes to come in at this speed.
+double linePace(double speed);
 // Seconds between the start of one line and the next.
 double resolvedStagger(int lineCount, double duration, double speed);
 
