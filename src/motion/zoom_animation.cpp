@@ -1,5 +1,7 @@
 #include "motion/zoom_animation.h"
 
+#include "timeline/clip_neighbours.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -35,38 +37,6 @@ double halfTransition(const AnimationClip& clip, ScreenAnimationStyle style) {
         return 0;
     }
     return zoomTransitionLength(std::max(clip.end.seconds - clip.start.seconds, 0.0), style) / 2;
-}
-
-// Whether clip a comes before clip b in the enabled clips stably sorted by start.
-bool sortsBefore(std::span<const AnimationClip> clips, size_t a, size_t b) {
-    if (clips[a].start != clips[b].start) {
-        return clips[a].start < clips[b].start;
-    }
-    return a < b;
-}
-
-struct Neighbours {
-    std::optional<size_t> previous;
-    std::optional<size_t> next;
-};
-
-// The neighbours of the active clip in start order, found without sorting (and so without
-// allocating): the closest enabled clip before and after it.
-Neighbours neighboursInStartOrder(std::span<const AnimationClip> clips, size_t active) {
-    Neighbours result;
-    for (size_t i = 0; i < clips.size(); ++i) {
-        if (i == active || clips[i].isDisabled) {
-            continue;
-        }
-        if (sortsBefore(clips, i, active)) {
-            if (!result.previous || sortsBefore(clips, *result.previous, i)) {
-                result.previous = i;
-            }
-        } else if (!result.next || sortsBefore(clips, i, *result.next)) {
-            result.next = i;
-        }
-    }
-    return result;
 }
 
 // Glides scale, offset, tilt and bias from one touching clip to the next over the window
@@ -290,12 +260,12 @@ ZoomAnimationResolution resolvedState(EditTime time, std::span<const AnimationCl
     // neighbours count.
     size_t canonical = *active;
     for (size_t i = 0; i < zoomClips.size(); ++i) {
-        if (!zoomClips[i].isDisabled && sortsBefore(zoomClips, i, canonical) &&
+        if (!zoomClips[i].isDisabled && sortsBeforeByStart(zoomClips, i, canonical) &&
             zoomClips[i].id == zoomClips[canonical].id) {
             canonical = i;
         }
     }
-    const Neighbours neighbours = neighboursInStartOrder(zoomClips, canonical);
+    const ClipNeighbours neighbours = neighboursInStartOrder(zoomClips, canonical);
     handOff(state, zoomClips[canonical],
             neighbours.previous ? &zoomClips[*neighbours.previous] : nullptr,
             neighbours.next ? &zoomClips[*neighbours.next] : nullptr, t, style);

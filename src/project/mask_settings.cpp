@@ -1,5 +1,7 @@
 #include "project/mask_settings.h"
 
+#include "timeline/clip_neighbours.h"
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -157,14 +159,6 @@ namespace {
 constexpr double kMaskAdjacencyTolerance = 0.001;
 constexpr double kMaskSeamHalfWidth = 0.35;
 
-// Whether clip a comes before clip b in the enabled clips stably sorted by start.
-bool startsBefore(const std::vector<MaskClip>& clips, size_t a, size_t b) {
-    if (clips[a].start != clips[b].start) {
-        return clips[a].start < clips[b].start;
-    }
-    return a < b;
-}
-
 // Half of a seam's window on one clip's side.
 double seamHalfWidth(const MaskClip& clip) {
     return std::max(std::min((clip.end.seconds - clip.start.seconds) * 0.5, kMaskSeamHalfWidth),
@@ -190,21 +184,7 @@ std::optional<ResolvedMaskState> MaskSettings::resolvedState(EditTime time) cons
         return std::nullopt;
     }
     const MaskClip& clip = clips[*active];
-    // The neighbours in start order, found without sorting.
-    std::optional<size_t> previousIndex;
-    std::optional<size_t> nextIndex;
-    for (size_t i = 0; i < clips.size(); ++i) {
-        if (i == *active || clips[i].isDisabled) {
-            continue;
-        }
-        if (startsBefore(clips, i, *active)) {
-            if (!previousIndex || startsBefore(clips, *previousIndex, i)) {
-                previousIndex = i;
-            }
-        } else if (!nextIndex || startsBefore(clips, i, *nextIndex)) {
-            nextIndex = i;
-        }
-    }
+    const auto [previousIndex, nextIndex] = neighboursInStartOrder<MaskClip>(clips, *active);
     const MaskClip* previous = nullptr;
     const MaskClip* next = nullptr;
     if (previousIndex && clips[*previousIndex].isInverted == clip.isInverted &&
