@@ -8,6 +8,7 @@
 #include <limits>
 #include <map>
 #include <numbers>
+#include <ranges>
 
 namespace orvelle {
 
@@ -99,23 +100,6 @@ double ownAmount(const AnimationClip& clip, double t, ScreenAnimationStyle style
                ? 1.0
                : zoomEnvelopeAmount(clip.start.seconds, clip.end.seconds, t, style);
 }
-
-// Every index of a lane, in order.
-struct AllIndices {
-    size_t count;
-
-    struct Iterator {
-        size_t i;
-        size_t operator*() const { return i; }
-        Iterator& operator++() {
-            ++i;
-            return *this;
-        }
-        bool operator!=(const Iterator& other) const { return i != other.i; }
-    };
-    Iterator begin() const { return {0}; }
-    Iterator end() const { return {count}; }
-};
 
 // The clips that contain t take over in turn, in ascending list order: the larger amount
 // wins and at equal amounts the later clip, and a clip at amount 0 at its very first
@@ -252,7 +236,8 @@ ZoomAnimationResolution resolvedState(EditTime time, std::span<const AnimationCl
     ZoomAnimationResolution state;
     state.zoomScale = defaultZoomScale;
     const double t = time.seconds;
-    const auto active = takeOverPass(state, zoomClips, AllIndices{zoomClips.size()}, t, style);
+    const auto active =
+        takeOverPass(state, zoomClips, std::views::iota(size_t{0}, zoomClips.size()), t, style);
     if (!active) {
         return state;
     }
