@@ -41,11 +41,11 @@ std::optional<Size> naturalSize(const fs::path& url) {
 std::optional<double> clickSoundLength(const fs::path& url) {
     try {
         const MediaProbe probe = probeMediaFile(url);
-        const AudioStreamInfo* audio = probe.firstAudio();
-        const double length =
-            audio != nullptr && audio->duration > 0 ? audio->duration : probe.duration;
-        if (audio != nullptr && std::isfinite(length) && length > 0) {
-            return length;
+        if (const AudioStreamInfo* audio = probe.firstAudio()) {
+            const double length = probe.lengthOf(*audio);
+            if (std::isfinite(length) && length > 0) {
+                return length;
+            }
         }
     } catch (const Error& error) {
         logInfo("export", "click sound not used: ", error.what());

@@ -65,8 +65,7 @@ videoSegmentsOf(const TakeManifest& manifest, MediaTrackManifest::Kind kind, Pro
             continue;
         }
         const VideoStreamInfo& video = *probe->firstVideo();
-        const Extent extent =
-            extentOf(segment, video.duration > 0 ? video.duration : probe->duration);
+        const Extent extent = extentOf(segment, probe->lengthOf(video));
         segments.push_back({segment.url, video, extent.programStart, extent.duration,
                             extent.mediaStart, extent.mediaDuration});
     }
@@ -111,8 +110,7 @@ std::optional<TimelineCompositionSource> TimelineCompositionSource::load(
             return;
         }
         const AudioStreamInfo& audio = *probe->firstAudio();
-        const Extent extent =
-            extentOf(segment, audio.duration > 0 ? audio.duration : probe->duration);
+        const Extent extent = extentOf(segment, probe->lengthOf(audio));
         source.audioSources.push_back({role, url, audio, extent.programStart, extent.duration,
                                        extent.mediaStart, extent.mediaDuration});
     };
@@ -130,8 +128,7 @@ std::optional<TimelineCompositionSource> TimelineCompositionSource::load(
             continue;
         }
         const AudioStreamInfo& audio = *probe->firstAudio();
-        source.musicSources[segment.id] = {segment.url, audio,
-                                           audio.duration > 0 ? audio.duration : probe->duration};
+        source.musicSources[segment.id] = {segment.url, audio, probe->lengthOf(audio)};
     }
     return source;
 }

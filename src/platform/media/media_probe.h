@@ -50,6 +50,11 @@ struct MediaProbe {
     const AudioStreamInfo* firstAudio() const {
         return audioStreams.empty() ? nullptr : &audioStreams.front();
     }
+    // A stream's length in seconds; the file's when the stream does not say.
+    template <class Stream>
+    double lengthOf(const Stream& stream) const {
+        return stream.duration > 0 ? stream.duration : duration;
+    }
     friend bool operator==(const MediaProbe&, const MediaProbe&) = default;
 };
 
