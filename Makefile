@@ -1,11 +1,11 @@
-# The two commands of the README: `make demo` and `make test`. Everything else is for
-# developers. Builds go to build/<preset>/ with CMake and Ninja.
+# For developers: the README's two commands (scripts/demo, scripts/test) and the rest.
+# Builds go to build/<preset>/ with CMake and Ninja.
 
 PRESET ?= default
 BUILD_DIR := build/$(PRESET)
-ORVELLE := $(BUILD_DIR)/bin/orvelle
 DEMO_DIR ?= build/demo
 JOBS ?= $(shell nproc)
+export JOBS
 
 .PHONY: all bootstrap configure build test demo asan-test bench fuzz format tidy clean
 
@@ -19,20 +19,20 @@ $(BUILD_DIR)/build.ninja:
 
 configure: bootstrap $(BUILD_DIR)/build.ninja
 
-build: configure
-	cmake --build --preset $(PRESET) -j $(JOBS)
+build:
+	@scripts/build $(PRESET)
 
-test: build
-	ctest --preset $(PRESET) -j $(JOBS)
+test:
+	@scripts/test $(PRESET)
 
 asan-test:
 	$(MAKE) test PRESET=asan
 
-demo: build
-	@scripts/demo $(ORVELLE) $(DEMO_DIR)
+demo:
+	@scripts/demo $(DEMO_DIR)
 
 bench:
-	$(MAKE) build PRESET=release
+	@scripts/build release
 	@scripts/run-benchmarks build/release
 
 # libFuzzer (clang) on each reader of user files for FUZZ_SECONDS each, starting from the kept
@@ -40,9 +40,8 @@ bench:
 FUZZ_SECONDS ?= 60
 FUZZERS := project_state cursor_recording project_package
 
-fuzz: bootstrap
-	@test -f build/fuzz/build.ninja || cmake --preset fuzz
-	cmake --build --preset fuzz -j $(JOBS)
+fuzz:
+	@scripts/build fuzz
 	@mkdir -p build/fuzz/crashes
 	@set -e; for name in $(FUZZERS); do \
 	  echo "== $${name}_fuzzer ($(FUZZ_SECONDS) s)"; \

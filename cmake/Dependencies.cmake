@@ -52,7 +52,7 @@ else()
     set(ORVELLE_ONNXRUNTIME_LIBRARY ${PROJECT_SOURCE_DIR}/third_party/onnxruntime/lib/libonnxruntime.so.1)
   else()
     message(FATAL_ERROR "ONNX Runtime was not found. Run scripts/fetch-onnxruntime (or "
-                        "'make bootstrap'), which puts it in third_party/onnxruntime.")
+                        "scripts/bootstrap), which puts it in third_party/onnxruntime.")
   endif()
 endif()
 add_library(orvelle_onnxruntime INTERFACE)
