@@ -4,13 +4,21 @@
 
 namespace orvelle {
 
-std::filesystem::path resourcesDirectory() {
+std::filesystem::path runningProgramDirectory() {
     std::error_code error;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
     if (error) {
+        return {};
+    }
+    return program.parent_path();
+}
+
+std::filesystem::path resourcesDirectory() {
+    const auto programDirectory = runningProgramDirectory();
+    if (programDirectory.empty()) {
         return std::filesystem::path("share") / "orvelle";
     }
-    return program.parent_path().parent_path() / "share" / "orvelle";
+    return programDirectory.parent_path() / "share" / "orvelle";
 }
 
 } // namespace orvelle
