@@ -72,3 +72,5 @@ find_library(LIBYUV_LIBRARY yuv REQUIRED)
 add_library(orvelle_libyuv INTERFACE)
 target_include_directories(orvelle_libyuv SYSTEM INTERFACE ${LIBYUV_INCLUDE_DIR})
 target_link_libraries(orvelle_libyuv INTERFACE ${LIBYUV_LIBRARY})
+# Playback: sound out through the sound server (PulseAudio's client library).
+pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse)

@@ -1,0 +1,257 @@
+#include "core/log.h"
+#include "platform/audio/audio_output.h"
+
+#include <pulse/pulseaudio.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace orvelle {
+
+namespace {
+
+std::string pulseReason(int error) {
+    return pa_strerror(error);
+}
+
+} // namespace
+
+struct AudioOutput::State {
+    AudioOutputOptions options;
+    pa_threaded_mainloop* mainloop = nullptr;
+    pa_context* context = nullptr;
+    pa_stream* stream = nullptr; // guarded by the mainloop's lock
+    RenderCallback render;       // guarded by the mainloop's lock
+    size_t frameBytes = 0;
+
+    // Holds the mainloop's lock for a scope.
+    struct Lock {
+        explicit Lock(pa_threaded_mainloop* loop) : loop_(loop) {
+            pa_threaded_mainloop_lock(loop_);
+        }
+        ~Lock() { pa_threaded_mainloop_unlock(loop_); }
+        Lock(const Lock&) = delete;
+        Lock& operator=(const Lock&) = delete;
+
+    private:
+        pa_threaded_mainloop* loop_;
+    };
+
+    static void contextStateChanged(pa_context*, void* userdata) {
+        pa_threaded_mainloop_signal(static_cast<State*>(userdata)->mainloop, 0);
+    }
+
+    static void streamStateChanged(pa_stream*, void* userdata) {
+        pa_threaded_mainloop_signal(static_cast<State*>(userdata)->mainloop, 0);
+    }
+
+    // The server asks for `bytes` more: they are written straight into its memory.
+    static void streamWantsData(pa_stream* stream, size_t bytes, void* userdata) {
+        auto* state = static_cast<State*>(userdata);
+        while (bytes >= state->frameBytes) {
+            void* data = nullptr;
+            size_t size = bytes;
+            if (pa_stream_begin_write(stream, &data, &size) < 0 || data == nullptr) {
+                return;
+            }
+            size -= size % state->frameBytes;
+            if (size == 0) {
+                pa_stream_cancel_write(stream);
+                return;
+            }
+            const size_t frames = size / state->frameBytes;
+            if (state->render) {
+                state->render(static_cast<float*>(data), frames);
+            } else {
+                std::memset(data, 0, size);
+            }
+            pa_stream_write(stream, data, size, nullptr, 0, PA_SEEK_RELATIVE);
+            bytes -= std::min(bytes, size);
+        }
+    }
+
+    void connect() {
+        mainloop = pa_threaded_mainloop_new();
+        if (mainloop == nullptr) {
+            throw AudioOutputError("The sound output could not be prepared: out of memory.");
+        }
+        context =
+            pa_context_new(pa_threaded_mainloop_get_api(mainloop), options.applicationName.c_str());
+        if (context == nullptr) {
+            throw AudioOutputError("The sound output could not be prepared: out of memory.");
+        }
+        pa_context_set_state_callback(context, contextStateChanged, this);
+        if (pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
+            throw AudioOutputError(unreachable(pa_context_errno(context)));
+        }
+        if (pa_threaded_mainloop_start(mainloop) < 0) {
+            throw AudioOutputError("The sound output could not start its thread.");
+        }
+        Lock lock(mainloop);
+        for (;;) {
+            const pa_context_state_t s = pa_context_get_state(context);
+            if (s == PA_CONTEXT_READY) {
+                return;
+            }
+            if (!PA_CONTEXT_IS_GOOD(s)) {
+                throw AudioOutputError(unreachable(pa_context_errno(context)));
+            }
+            pa_threaded_mainloop_wait(mainloop);
+        }
+    }
+
+    static std::string unreachable(int error) {
+        return "No sound server could be reached (" + pulseReason(error) +
+               "): start PulseAudio or PipeWire's pulse service for your session, or set "
+               "PULSE_SERVER to one.";
+    }
+
+    // Under the lock.
+    void closeStream() {
+        if (stream == nullptr) {
+            return;
+        }
+        pa_stream_set_write_callback(stream, nullptr, nullptr);
+        pa_stream_set_state_callback(stream, nullptr, nullptr);
+        pa_stream_disconnect(stream);
+        pa_stream_unref(stream);
+        stream = nullptr;
+        render = nullptr;
+    }
+
+    ~State() {
+        if (mainloop != nullptr) {
+            {
+                Lock lock(mainloop);
+                closeStream();
+                if (context != nullptr) {
+                    pa_context_set_state_callback(context, nullptr, nullptr);
+                    pa_context_disconnect(context);
+                }
+            }
+            pa_threaded_mainloop_stop(mainloop);
+        }
+        if (context != nullptr) {
+            pa_context_unref(context);
+        }
+        if (mainloop != nullptr) {
+            pa_threaded_mainloop_free(mainloop);
+        }
+    }
+};
+
+AudioOutput::AudioOutput(AudioOutputOptions options) : state_(std::make_unique<State>()) {
+    state_->options = std::move(options);
+    state_->options.sampleRate = std::clamp(state_->options.sampleRate, 8000, 192000);
+    state_->options.channelCount = std::clamp(state_->options.channelCount, 1, 8);
+    state_->frameBytes = sizeof(float) * static_cast<size_t>(state_->options.channelCount);
+    state_->connect();
+}
+
+AudioOutput::~AudioOutput() = default;
+
+const AudioOutputOptions& AudioOutput::options() const {
+    return state_->options;
+}
+
+void AudioOutput::start(RenderCallback render) {
+    State& state = *state_;
+    State::Lock lock(state.mainloop);
+    state.closeStream();
+    if (pa_context_get_state(state.context) != PA_CONTEXT_READY) {
+        throw AudioOutputError(State::unreachable(pa_context_errno(state.context)));
+    }
+    pa_sample_spec spec{};
+    spec.format = PA_SAMPLE_FLOAT32NE;
+    spec.rate = static_cast<uint32_t>(state.options.sampleRate);
+    spec.channels = static_cast<uint8_t>(state.options.channelCount);
+    pa_channel_map map;
+    pa_channel_map_init_extend(&map, spec.channels, PA_CHANNEL_MAP_DEFAULT);
+    state.stream = pa_stream_new(state.context, state.options.streamName.c_str(), &spec, &map);
+    if (state.stream == nullptr) {
+        throw AudioOutputError("The sound server refused the playback stream (" +
+                               pulseReason(pa_context_errno(state.context)) + ").");
+    }
+    state.render = std::move(render);
+    pa_stream_set_state_callback(state.stream, State::streamStateChanged, &state);
+    pa_stream_set_write_callback(state.stream, State::streamWantsData, &state);
+
+    const double seconds = std::clamp(state.options.bufferSeconds, 0.005, 2.0);
+    const auto bytes = [&](double s) {
+        return static_cast<uint32_t>(std::lround(s * state.options.sampleRate)) *
+               static_cast<uint32_t>(state.frameBytes);
+    };
+    pa_buffer_attr attributes{};
+    attributes.maxlength = static_cast<uint32_t>(-1);
+    attributes.tlength = bytes(seconds);
+    // Sound starts with the first samples, and a late sample plays as silence without
+    // stopping the stream: the clock keeps running.
+    attributes.prebuf = 0;
+    attributes.minreq = bytes(seconds / 4);
+    attributes.fragsize = static_cast<uint32_t>(-1);
+    const auto flags = static_cast<pa_stream_flags_t>(
+        PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_ADJUST_LATENCY);
+    if (pa_stream_connect_playback(state.stream, nullptr, &attributes, flags, nullptr, nullptr) <
+        0) {
+        const int error = pa_context_errno(state.context);
+        state.closeStream();
+        throw AudioOutputError("The sound server refused the playback stream (" +
+                               pulseReason(error) + ").");
+    }
+    for (;;) {
+        const pa_stream_state_t s = pa_stream_get_state(state.stream);
+        if (s == PA_STREAM_READY) {
+            return;
+        }
+        if (!PA_STREAM_IS_GOOD(s)) {
+            const int error = pa_context_errno(state.context);
+            state.closeStream();
+            throw AudioOutputError("The sound server refused the playback stream (" +
+                                   pulseReason(error) + ").");
+        }
+        pa_threaded_mainloop_wait(state.mainloop);
+    }
+}
+
+void AudioOutput::stop() {
+    State::Lock lock(state_->mainloop);
+    state_->closeStream();
+}
+
+bool AudioOutput::isRunning() const {
+    State::Lock lock(state_->mainloop);
+    return state_->stream != nullptr;
+}
+
+double AudioOutput::playedSeconds() const {
+    State::Lock lock(state_->mainloop);
+    if (state_->stream == nullptr) {
+        return 0;
+    }
+    pa_usec_t usec = 0;
+    if (pa_stream_get_time(state_->stream, &usec) < 0) {
+        return 0; // no timing report yet
+    }
+    return static_cast<double>(usec) / 1e6;
+}
+
+double AudioOutput::latencySeconds() const {
+    State::Lock lock(state_->mainloop);
+    if (state_->stream == nullptr) {
+        return 0;
+    }
+    pa_usec_t usec = 0;
+    int negative = 0;
+    if (pa_stream_get_latency(state_->stream, &usec, &negative) < 0 || negative != 0) {
+        return 0;
+    }
+    return static_cast<double>(usec) / 1e6;
+}
+
+bool AudioOutput::isConnected() const {
+    State::Lock lock(state_->mainloop);
+    return pa_context_get_state(state_->context) == PA_CONTEXT_READY;
+}
+
+} // namespace orvelle

@@ -1,0 +1,199 @@
+#include "support/sound_server.h"
+
+#include "platform/media/audio_decoder.h"
+#include "support/run_program.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+extern char** environ;
+
+namespace orvelle::testing {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+pid_t spawn(const std::vector<std::string>& words, const std::vector<std::string>& environment,
+            const fs::path& log) {
+    std::vector<std::string> argvWords = words;
+    std::vector<char*> argv;
+    for (auto& word : argvWords) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    // The given variables replace the inherited ones of the same name.
+    std::vector<std::string> pairs = environment;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string pair = *entry;
+        const std::string name = pair.substr(0, pair.find('=') + 1);
+        if (std::none_of(environment.begin(), environment.end(),
+                         [&](const std::string& given) { return given.starts_with(name); })) {
+            pairs.push_back(pair);
+        }
+    }
+    std::vector<char*> envp;
+    for (auto& pair : pairs) {
+        envp.push_back(pair.data());
+    }
+    envp.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, log.c_str(),
+                                     O_WRONLY | O_CREAT | O_APPEND, 0644);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(),
+                                     O_WRONLY | O_CREAT | O_APPEND, 0644);
+    pid_t pid = -1;
+    const int failed = ::posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (failed != 0) {
+        throw std::runtime_error("cannot start " + words[0] + ": " + std::strerror(failed) +
+                                 " (scripts/bootstrap installs it)");
+    }
+    return pid;
+}
+
+// Ends a process: politely, then not.
+void end(pid_t pid, int signal) {
+    if (pid <= 0) {
+        return;
+    }
+    ::kill(pid, signal);
+    for (int i = 0; i < 200; ++i) {
+        if (::waitpid(pid, nullptr, WNOHANG) == pid) {
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ::kill(pid, SIGKILL);
+    ::waitpid(pid, nullptr, 0);
+}
+
+bool accepts(const fs::path& socketPath) {
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    if (fd < 0) {
+        return false;
+    }
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, socketPath.c_str(), sizeof(address.sun_path) - 1);
+    const bool connected =
+        ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    ::close(fd);
+    return connected;
+}
+
+// The sink's latency as the server reports it, in microseconds; absent when it says none.
+std::optional<long> sinkLatency(const std::string& address) {
+    const ProgramResult listed =
+        runProgram("/usr/bin/pactl", {"--server=" + address, "list", "sinks"});
+    const auto at = listed.out.find("Latency: ");
+    if (listed.status != 0 || at == std::string::npos) {
+        return std::nullopt;
+    }
+    return std::strtol(listed.out.c_str() + at + 9, nullptr, 10);
+}
+
+std::string readWhole(const fs::path& path) {
+    std::ifstream in(path);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+} // namespace
+
+PrivateSoundServer::PrivateSoundServer() {
+    const fs::path runtime = folder_ / "runtime";
+    fs::create_directories(runtime);
+    fs::permissions(runtime, fs::perms::owner_all, fs::perm_options::replace);
+    const fs::path socketPath = runtime / "pulse.sock";
+    address_ = "unix:" + socketPath.string();
+    daemon_ = spawn({"pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1",
+                     "--use-pid-file=no", "--disable-shm=yes", "--log-target=stderr", "-L",
+                     "module-null-sink sink_name=test rate=48000", "-L",
+                     "module-native-protocol-unix auth-anonymous=1 socket=" + socketPath.string()},
+                    {"HOME=" + folder_.path().string(), "XDG_RUNTIME_DIR=" + runtime.string()},
+                    folder_ / "daemon.log");
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!accepts(socketPath)) {
+        if (::waitpid(daemon_, nullptr, WNOHANG) == daemon_ ||
+            std::chrono::steady_clock::now() > deadline) {
+            daemon_ = -1;
+            throw std::runtime_error("the private sound server did not start:\n" +
+                                     readWhole(folder_ / "daemon.log"));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    // A null sink with no stream at a short latency sleeps in blocks of two seconds, and a
+    // stream that comes meanwhile waits for the block to end, which no sound card does. A
+    // silent stream at 20 ms keeps it clocked like one; the sink is ready once it wakes on
+    // that schedule.
+    keeper_ = spawn({"pacat", "--server=" + address_, "--device=test", "--latency-msec=20",
+                     "--format=s16le", "--rate=48000", "--channels=2", "--raw", "/dev/zero"},
+                    {}, folder_ / "keeper.log");
+    const auto settled = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    for (;;) {
+        const auto latency = sinkLatency(address_);
+        if (latency && *latency < 50000) {
+            break;
+        }
+        if (std::chrono::steady_clock::now() > settled) {
+            throw std::runtime_error("the private sound server's sink never settled:\n" +
+                                     readWhole(folder_ / "daemon.log") +
+                                     readWhole(folder_ / "keeper.log"));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    if (const char* previous = std::getenv("PULSE_SERVER")) {
+        previousServer_ = previous;
+    }
+    ::setenv("PULSE_SERVER", address_.c_str(), 1);
+}
+
+PrivateSoundServer::~PrivateSoundServer() {
+    end(recorder_, SIGINT);
+    end(keeper_, SIGTERM);
+    end(daemon_, SIGTERM);
+    if (previousServer_) {
+        ::setenv("PULSE_SERVER", previousServer_->c_str(), 1);
+    } else {
+        ::unsetenv("PULSE_SERVER");
+    }
+}
+
+void PrivateSoundServer::startRecording() {
+    end(recorder_, SIGINT);
+    fs::remove(folder_ / "recording.wav");
+    recorder_ = spawn({"parecord", "--server=" + address_, "--device=test.monitor",
+                       "--file-format=wav", "--format=float32le", "--rate=48000", "--channels=2",
+                       "--latency-msec=20", (folder_ / "recording.wav").string()},
+                      {}, folder_ / "recorder.log");
+}
+
+std::vector<float> PrivateSoundServer::stopRecording() {
+    end(recorder_, SIGINT);
+    recorder_ = -1;
+    const fs::path file = folder_ / "recording.wav";
+    if (!fs::exists(file)) {
+        throw std::runtime_error("nothing was recorded:\n" + readWhole(folder_ / "recorder.log"));
+    }
+    return decodeAudioFile(file, {48000, 2});
+}
+
+} // namespace orvelle::testing
