@@ -7,7 +7,6 @@
 #include "composition/frame_rendering_context.h"
 #include "core/file_url.h"
 #include "core/resources.h"
-#include "export/orvelle_video_compositor.h"
 #include "platform/image/image.h"
 #include "timeline_media/composition_video_reader.h"
 #include "timeline_media/render_composition.h"
@@ -98,7 +97,7 @@ int runStill(const Arguments& arguments) {
 
     const auto started = std::chrono::steady_clock::now();
     FrameRenderingContext context;
-    const FrameRendererInput input = OrvelleVideoCompositor::rendererInput(
+    const FrameRendererInput input = FrameRenderer::rendererInput(
         composition, screen.at(editSeconds),
         composition.hasCameraOverlay ? camera.at(editSeconds) : nullptr, context);
     const Bitmap picture =

@@ -584,6 +584,22 @@ Image imageOfFrame(const VideoFrame& frame) {
         {}, {.opaque = true});
 }
 
+FrameRendererInput rendererInput(const FrameComposition& composition, const VideoFrame* screen,
+                                 const VideoFrame* camera, FrameRenderingContext& context) {
+    const Size stage = composition.stageSize;
+    FrameRendererInput input;
+    input.screen =
+        screen != nullptr
+            ? imageOfFrame(*screen)
+            : Image::color(ImageColor::black()).cropped({0, 0, stage.width, stage.height});
+    if (camera != nullptr) {
+        input.camera = imageOfFrame(*camera);
+    }
+    input.bakedBackground = context.bakedBackground(composition.background, stage);
+    input.composition = composition;
+    return input;
+}
+
 } // namespace FrameRenderer
 
 } // namespace orvelle

@@ -44,6 +44,13 @@ Image aspectFillCachedBackground(const Image& image, Size sourceSize, Size stage
 // pixels are not copied: the frame must stay as it is until the image has been rendered.
 Image imageOfFrame(const VideoFrame& frame);
 
+// What render() draws a resolved frame from: a stretch without a screen picture is black
+// on the card, a camera picture that is missing leaves the overlay out. The pictures must
+// stay as they are until the stage has been rendered. The export and the preview both
+// draw through this.
+FrameRendererInput rendererInput(const FrameComposition& composition, const VideoFrame* screen,
+                                 const VideoFrame* camera, FrameRenderingContext& context);
+
 } // namespace FrameRenderer
 
 } // namespace orvelle

@@ -133,7 +133,32 @@ std::vector<CursorSample> preparedCameraSamples(const CursorRecording& recording
 
 } // namespace RenderComposition
 
+bool RenderFrameTracks::sameInputs(const RenderFrameSource& a, const RenderFrameSource& b) {
+    const EditorProjectState& p = a.project;
+    const EditorProjectState& q = b.project;
+    return a.cursorRecording == b.cursorRecording && p.animation == q.animation &&
+           p.timeline == q.timeline && p.background.paddingAmount == q.background.paddingAmount &&
+           p.screen.zoomScale == q.screen.zoomScale;
+}
+
+RenderFrameTracks RenderFrameResolver::prepareTracks(const RenderFrameSource& source) {
+    const auto clips = RenderComposition::normalizedTimelineClips(
+        source.project.timeline.clips, source.project.timeline.sourceDuration);
+    const auto editTimeline = RenderComposition::renderEditTimeline(
+        clips, source.project.timeline.deletedGaps, source.project.timeline.sourceDuration);
+    return {RenderComposition::preparedCursorSamples(source.cursorRecording,
+                                                     source.project.animation.screenStyle),
+            RenderComposition::preparedCameraSamples(source.cursorRecording, source.project,
+                                                     editTimeline)};
+}
+
 RenderFrameResolver::RenderFrameResolver(RenderFrameSource source)
+    : RenderFrameResolver(std::move(source), prepareTracks(source)) {}
+
+RenderFrameResolver::RenderFrameResolver(RenderFrameSource&& source, RenderFrameTracks&& tracks)
+    : RenderFrameResolver(std::move(source), static_cast<const RenderFrameTracks&>(tracks)) {}
+
+RenderFrameResolver::RenderFrameResolver(RenderFrameSource source, const RenderFrameTracks& tracks)
     : source_(std::move(source)),
       timelineClips_(RenderComposition::normalizedTimelineClips(
           source_.project.timeline.clips, source_.project.timeline.sourceDuration)),
@@ -141,12 +166,7 @@ RenderFrameResolver::RenderFrameResolver(RenderFrameSource source)
                                                           source_.project.timeline.deletedGaps,
                                                           source_.project.timeline.sourceDuration)),
       clicks_(RenderComposition::preparedClicks(source_.cursorRecording)),
-      transitions_(source_.project,
-                   RenderComposition::preparedCursorSamples(source_.cursorRecording,
-                                                            source_.project.animation.screenStyle),
-                   RenderComposition::preparedCameraSamples(source_.cursorRecording,
-                                                            source_.project, editTimeline_),
-                   editTimeline_),
+      transitions_(source_.project, tracks.cursorSamples, tracks.cameraSamples, editTimeline_),
       embeddedVideoSize_(FrameCompositionResolver::embeddedVideoSize(source_.sourceNaturalSize,
                                                                      source_.stageSize)),
       movieRect_(
@@ -154,7 +174,8 @@ RenderFrameResolver::RenderFrameResolver(RenderFrameSource source)
     tiltTrack_ = CursorTilt::track(transitions_.cursorSamples());
 }
 
-FrameComposition RenderFrameResolver::resolve(double compositionSeconds) {
+FrameComposition RenderFrameResolver::resolve(double compositionSeconds,
+                                              bool continuesPreviousFrame) {
     const EditorProjectState& project = source_.project;
     const double editTime = std::max(compositionSeconds, 0.0);
     const double sourceTime =
@@ -165,7 +186,7 @@ FrameComposition RenderFrameResolver::resolve(double compositionSeconds) {
     const double effectiveZoomScale =
         (visual.cameraZoomScale - 1) * visual.cameraAnimationAmount + 1;
     const FrameMotionStore::Motion motion =
-        motion_.update(editTime, visual.cameraPoint, effectiveZoomScale);
+        motion_.update(editTime, visual.cameraPoint, effectiveZoomScale, continuesPreviousFrame);
     const MotionBlurVector cursorMotion =
         CursorMotion::frameMotion(sourceTime, transitions_.cursorSamples());
 

@@ -66,19 +66,41 @@ struct RenderFrameSource {
     Size stageSize;                        // the output's size in pixels
 };
 
+// The pointer and camera tracks a resolver draws from: the slow part of making one, and
+// independent of the stage's size and the look, so a preview that redraws with a new look
+// or at a new size prepares them once.
+struct RenderFrameTracks {
+    std::vector<CursorSample> cursorSamples; // the drawn pointer
+    std::vector<CursorSample> cameraSamples; // the camera's focus
+
+    // What the tracks depend on in a source: the take's pointer data, the style, the zoom
+    // lane, the padding, the default zoom and the timeline.
+    static bool sameInputs(const RenderFrameSource& a, const RenderFrameSource& b);
+};
+
 class RenderFrameResolver {
 public:
     explicit RenderFrameResolver(RenderFrameSource source);
+    // With the tracks already prepared for this source (sameInputs).
+    RenderFrameResolver(RenderFrameSource source, const RenderFrameTracks& tracks);
+
+    static RenderFrameTracks prepareTracks(const RenderFrameSource& source);
 
     // The frame at a composition (edit) time. Thread-safe; motion accumulates over the
-    // frames in the order they are asked for, as an export renders them.
-    FrameComposition resolve(double compositionSeconds);
+    // frames in the order they are asked for, as an export renders them. A frame that does
+    // not continue the last one asked for (the first after a seek or a scrub) shows no
+    // motion.
+    FrameComposition resolve(double compositionSeconds, bool continuesPreviousFrame = true);
 
     const ResolvedEditTimeline& editTimeline() const { return editTimeline_; }
     double timelineDuration() const { return editTimeline_.duration(); }
     const RenderVisualTransitionStore& transitions() const { return transitions_; }
+    const RenderFrameSource& source() const { return source_; }
 
 private:
+    // The source is moved from only after the tracks were made from it.
+    RenderFrameResolver(RenderFrameSource&& source, RenderFrameTracks&& tracks);
+
     RenderFrameSource source_;
     std::vector<TimelineClip> timelineClips_; // normalised
     ResolvedEditTimeline editTimeline_;

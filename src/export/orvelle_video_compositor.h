@@ -18,13 +18,6 @@ class OrvelleVideoCompositor final : public ExportFrameCompositor {
 public:
     explicit OrvelleVideoCompositor(std::shared_ptr<RenderFrameResolver> resolver);
 
-    // What the frame renderer draws a resolved frame from: a stretch without a screen
-    // picture is black on the card, a camera picture that is missing leaves the overlay
-    // out. The pictures must stay as they are until the stage has been rendered.
-    static FrameRendererInput rendererInput(const FrameComposition& composition,
-                                            const VideoFrame* screen, const VideoFrame* camera,
-                                            FrameRenderingContext& context);
-
     void compose(const ExportFrameRequest& request, VideoFrame& output) override;
 
 private:

@@ -51,9 +51,10 @@ void FrameMotionAccumulator::update(double editTime, const std::optional<CursorP
 
 FrameMotionStore::Motion FrameMotionStore::update(double editTime,
                                                   const std::optional<CursorPoint>& cameraPoint,
-                                                  double effectiveZoomScale) {
+                                                  double effectiveZoomScale,
+                                                  bool continuesPreviousFrame) {
     const std::lock_guard guard(lock_);
-    accumulator_.update(editTime, cameraPoint, effectiveZoomScale);
+    accumulator_.update(editTime, cameraPoint, effectiveZoomScale, continuesPreviousFrame);
     return {accumulator_.cameraFrameMotion(), accumulator_.zoomFrameMotion()};
 }
 

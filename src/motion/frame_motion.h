@@ -41,9 +41,10 @@ public:
         double zoom = 0;
     };
 
-    // Thread-safe.
+    // Thread-safe. A frame that does not continue the last one (the first after a seek)
+    // has no motion.
     Motion update(double editTime, const std::optional<CursorPoint>& cameraPoint,
-                  double effectiveZoomScale);
+                  double effectiveZoomScale, bool continuesPreviousFrame = true);
 
 private:
     std::mutex lock_;

@@ -58,17 +58,10 @@ std::optional<double> clickSoundLength(const fs::path& url) {
 std::optional<int32_t> addOptionalCameraTrack(MediaComposition& composition,
                                               const TakeManifest& manifest,
                                               const std::vector<TimelineClip>& clips) {
-    const auto segments =
-        TimelineCompositionSource::loadVideoSegments(manifest, MediaTrackManifest::Kind::camera);
-    if (segments.empty()) {
-        return std::nullopt;
-    }
-    const int32_t trackID = composition.addTrack(CompositionMediaType::video).trackID;
-    if (TimelineComposition::insertVideoSegments(composition, trackID, segments, clips) == 0) {
-        composition.removeTrack(trackID);
-        return std::nullopt;
-    }
-    return trackID;
+    return TimelineComposition::insertCameraTrack(
+        composition,
+        TimelineCompositionSource::loadVideoSegments(manifest, MediaTrackManifest::Kind::camera),
+        clips);
 }
 
 void addClicks(MediaComposition& composition, AudioMix& mix, const RenderExportSettings& settings,

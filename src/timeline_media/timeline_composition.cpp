@@ -56,6 +56,21 @@ int insertVideoSegments(MediaComposition& composition, int32_t trackID,
     return inserted;
 }
 
+std::optional<int32_t>
+insertCameraTrack(MediaComposition& composition,
+                  const std::vector<TimelineCompositionVideoSegment>& segments,
+                  const std::vector<TimelineClip>& clips) {
+    if (segments.empty()) {
+        return std::nullopt;
+    }
+    const int32_t trackID = composition.addTrack(CompositionMediaType::video).trackID;
+    if (insertVideoSegments(composition, trackID, segments, clips) == 0) {
+        composition.removeTrack(trackID);
+        return std::nullopt;
+    }
+    return trackID;
+}
+
 std::vector<TimelineCompositionAudioSegment>
 audioSegments(MediaComposition& composition,
               const std::vector<TimelineCompositionExternalAudioSource>& sources,

@@ -65,6 +65,13 @@ int insertVideoSegments(MediaComposition& composition, int32_t trackID,
                         const std::vector<TimelineCompositionVideoSegment>& segments,
                         const std::vector<TimelineClip>& clips);
 
+// The camera's insertions on a new video track, as the screen's; absent (and no track
+// left behind) when none could be made.
+std::optional<int32_t>
+insertCameraTrack(MediaComposition& composition,
+                  const std::vector<TimelineCompositionVideoSegment>& segments,
+                  const std::vector<TimelineClip>& clips);
+
 // The audio segments of one role, in edit order.
 std::vector<TimelineCompositionAudioSegment>
 audioSegments(MediaComposition& composition,
