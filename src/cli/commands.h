@@ -29,5 +29,6 @@ Command sampleTakeCommand();
 Command stillCommand();
 Command wallpapersCommand();
 Command exportCommand();
+Command playCommand();
 
 } // namespace orvelle::cli

@@ -107,8 +107,12 @@ RenderFrameSource openFrameSource(const std::string& argument, Size stageSize) {
 }
 
 Size stageSizeOption(const Arguments& arguments) {
+    return stageSizeOption(arguments, kDefaultStageSize);
+}
+
+Size stageSizeOption(const Arguments& arguments, Size fallback) {
     const auto text = arguments.value("--size");
-    return text ? parseStageSize(*text, "--size") : kDefaultStageSize;
+    return text ? parseStageSize(*text, "--size") : fallback;
 }
 
 int frameRateOption(const Arguments& arguments) {

@@ -19,6 +19,7 @@ RenderFrameSource openFrameSource(const std::string& argument, Size stageSize);
 
 // The stage of --size, 1920x1080 (what the export panel offers first) when it is not given.
 Size stageSizeOption(const Arguments& arguments);
+Size stageSizeOption(const Arguments& arguments, Size fallback);
 
 // The --fps at which the frame commands step through an edit: 30 unless given, 1 to 1000.
 int frameRateOption(const Arguments& arguments);

@@ -27,6 +27,7 @@ std::vector<Command> allCommands() {
         timelineMapCommand(),
         framesCommand(),
         stillCommand(),
+        playCommand(),
         wallpapersCommand(),
         transcribeCommand(),
         speechMelCommand(),
