@@ -40,7 +40,9 @@ Size validSize(Size size) {
 CompositionPlayer::CompositionPlayer(Executor& mainExecutor,
                                      const CompositionPlayerOptions& options)
     : main_(mainExecutor), frameRate_(std::clamp(options.frameRate, 1, 240)),
-      framesAhead_(std::max<size_t>(options.framesAhead, 1)),
+      framesAhead_(options.framesAhead > 0
+                       ? options.framesAhead
+                       : std::max<size_t>(3, static_cast<size_t>((frameRate_ + 9) / 10))),
       cache_(options.frameCache ? options.frameCache : std::make_shared<PreviewFrameCache>()),
       previewSize_(validSize(options.previewSize)) {
     audio_ = std::make_unique<PlayerAudio>(openOutput(options, soundProblem_));
@@ -468,10 +470,15 @@ void CompositionPlayer::renderLoop() {
             if (still) {
                 cache_->insert(key, *picture);
             }
-            const double seconds = std::chrono::duration<double>(Clock::now() - started).count();
-            lock.lock();
-            renderSecondsEstimate_ += (seconds - renderSecondsEstimate_) * 0.2;
-            lock.unlock();
+            // What a frame takes while playing on; the first after a seek also seeks the
+            // decoders and may fill the rendering context's caches.
+            if (playing && !first) {
+                const double seconds =
+                    std::chrono::duration<double>(Clock::now() - started).count();
+                lock.lock();
+                renderSecondsEstimate_ += (seconds - renderSecondsEstimate_) * 0.2;
+                lock.unlock();
+            }
         }
 
         auto frame = std::make_shared<PreviewFrame>();

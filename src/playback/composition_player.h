@@ -57,8 +57,8 @@ struct PlaybackStatistics {
 struct CompositionPlayerOptions {
     int frameRate = 60;
     Size previewSize{1280, 720};
-    // Pictures drawn ahead of the clock.
-    size_t framesAhead = 3;
+    // Pictures drawn ahead of the clock; 0 for a tenth of a second's worth, at least 3.
+    size_t framesAhead = 0;
     // Sound through the sound server; without it (or without a server) nothing sounds and
     // the clock is the system's.
     bool withSound = true;
