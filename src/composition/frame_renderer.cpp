@@ -230,8 +230,9 @@ CardLayers screenCardLayers(const FrameRendererInput& input, FrameRenderingConte
     }
     std::optional<Image> shadow;
     if (screen.shadowOpacity > 0 && screen.shadowRadius > 0) {
-        shadow = shadowOf(mask.gaussianBlurred(std::max(screen.shadowRadius * 0.5, 0.1))
-                              .cropped(grown(extent, 2 * screen.shadowRadius)),
+        shadow = shadowOf(context.shadowMask(extent, screen.cornerRadius,
+                                             std::max(screen.shadowRadius * 0.5, 0.1),
+                                             2 * screen.shadowRadius),
                           screen.shadowOpacity)
                      .transformed(AffineTransform::translation(screen.shadowOffset.width,
                                                                -screen.shadowOffset.height)
@@ -414,7 +415,7 @@ Image compositeCameraOverlay(const Image& image, const CameraLayerComposition& l
                                                     local, layer.horizontalScale),
                                     mask, local)
                               .transformed(place);
-    const Image shadow = shadowOf(mask.gaussianBlurred(12).cropped(grown(local, 48)), 0.28)
+    const Image shadow = shadowOf(context.shadowMask(local, layer.cornerRadius, 12, 48), 0.28)
                              .transformed(AffineTransform::translation(0, -10).then(place));
     // A layout fading the camera away fades its picture and shadow together.
     const double opacity = clamp01(layer.opacity);

@@ -75,6 +75,28 @@ Image FrameRenderingContext::roundedRectMask(const ImageRect& extent, double cor
     return mask;
 }
 
+Image FrameRenderingContext::shadowMask(const ImageRect& extent, double cornerRadius, double blur,
+                                        double margin) {
+    const ShadowKey key{{halfPoints(extent.width), halfPoints(extent.height),
+                         halfPoints(std::max(cornerRadius, 0.0))},
+                        halfPoints(blur),
+                        halfPoints(margin)};
+    if (const Image* shadow = shadowCache_.find(key)) {
+        return *shadow;
+    }
+    const Image shadow = roundedRectMask(extent, cornerRadius)
+                             .gaussianBlurred(blur)
+                             .cropped(extent.insetBy(-margin, -margin));
+    const bool again = lastShadow_ == key;
+    lastShadow_ = key;
+    if (!again) {
+        return shadow;
+    }
+    Image kept = shadow.rendered();
+    shadowCache_.insert(key, kept, kShadowLimit);
+    return kept;
+}
+
 std::optional<Image> FrameRenderingContext::cursorImage(CursorStyle style,
                                                         const BackgroundColorRGBA& dotColor) {
     const std::string key = CursorVectorArt::cacheKey(style, kCursorArtPixelSize, dotColor);

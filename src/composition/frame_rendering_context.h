@@ -58,6 +58,14 @@ struct TextLineImage {
     double padding = 0;
 };
 
+// A shadow's mask key with its blur and the margin it is cropped to, in half points.
+struct ShadowKey {
+    MaskKey mask;
+    int blur = 0;
+    int margin = 0;
+    friend auto operator<=>(const ShadowKey&, const ShadowKey&) = default;
+};
+
 struct BakedBackground {
     std::filesystem::path url;
     Size stageSize;
@@ -73,6 +81,11 @@ public:
     Image roundedRectMask(const ImageRect& extent, double cornerRadius);
     // The style's art at 1024 pixels, extent (0, 0, 1024, 1024); absent if it cannot be made.
     std::optional<Image> cursorImage(CursorStyle style, const BackgroundColorRGBA& dotColor);
+    // The rounded mask blurred by `blur` (a Gaussian's sigma) and cropped to the extent grown
+    // by `margin`: the coverage of a card's or the camera's shadow. A shape asked for twice
+    // in a row (a card that keeps its size while the zoom moves it) is kept as pixels, so
+    // that later frames only sample it; one whose size animates stays a description.
+    Image shadowMask(const ImageRect& extent, double cornerRadius, double blur, double margin);
     // A line in the interface font, semibold or bold, with a shadow that keeps light text
     // readable on a light picture (dark text has none).
     std::optional<TextLineImage> textLineImage(const std::string& text,
@@ -85,12 +98,14 @@ public:
 
     size_t maskCount() const { return maskCache_.size(); }
     size_t textLineCount() const { return textLineCache_.size(); }
+    size_t shadowCount() const { return shadowCache_.size(); }
 
 private:
     // Each cache keeps its most recent entries; beyond these counts the oldest goes.
     static constexpr size_t kMaskLimit = 256;
     static constexpr size_t kCursorLimit = 16;
     static constexpr size_t kTextLineLimit = 128;
+    static constexpr size_t kShadowLimit = 4; // each a picture of about the card's size
 
     template <class Key, class Value>
     struct Lru {
@@ -104,6 +119,8 @@ private:
     Lru<MaskKey, Image> maskCache_;
     Lru<std::string, Image> cursorImageCache_;
     Lru<TextLineKey, TextLineImage> textLineCache_;
+    Lru<ShadowKey, Image> shadowCache_;
+    std::optional<ShadowKey> lastShadow_; // the shape asked for last, rendered or not
     std::optional<BakedBackground> bakedBackgroundCache_;
 };
 

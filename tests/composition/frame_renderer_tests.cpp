@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -104,6 +105,43 @@ TEST(FrameRendererCard, ShadowFallsBelowTheCard) {
     flat.preview.screen.shadowOpacity = 0;
     const Bitmap unshadowed = renderFrame(greenCard(flat), context);
     EXPECT_TRUE(near(at(unshadowed, 160, 175), kBlue, 0));
+}
+
+// A card keeps its size while the zoom moves it, so from the second frame on its shadow is
+// sampled from pixels kept in the context; they must draw what the shadow's description
+// draws, in the same place. A card whose size changes keeps nothing.
+TEST(FrameRendererCard, KeptShadowDrawsWhatItsDescriptionDraws) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0.1, 0.5);
+    composition.preview.screen.zoomScale = 0.9;
+    composition.preview.screen.offset = {14, -9};
+    const Bitmap described = renderFrame(greenCard(composition), context);
+    EXPECT_EQ(context.shadowCount(), 0u);
+    const Bitmap kept = renderFrame(greenCard(composition), context);
+    EXPECT_EQ(context.shadowCount(), 1u);
+    const auto largestDifference = [](const Bitmap& a, const Bitmap& b) {
+        int largest = 0;
+        for (int y = 0; y < a.height(); ++y) {
+            for (int x = 0; x < a.width(); ++x) {
+                for (size_t c = 0; c < 4; ++c) {
+                    largest = std::max(largest, std::abs(a.pixel(x, y)[c] - b.pixel(x, y)[c]));
+                }
+            }
+        }
+        return largest;
+    };
+    EXPECT_LE(largestDifference(described, kept), 2);
+    FrameComposition flat = composition;
+    flat.preview.screen.shadowOpacity = 0;
+    EXPECT_GT(largestDifference(kept, renderFrame(greenCard(flat), context)), 40); // it is there
+
+    FrameRenderingContext growing;
+    for (int frame = 0; frame < 3; ++frame) {
+        FrameComposition f = composition;
+        f.embeddedVideoSize = {W - 10 * frame, H - 6 * frame};
+        renderFrame(greenCard(f), growing);
+    }
+    EXPECT_EQ(growing.shadowCount(), 0u);
 }
 
 TEST(FrameRendererCard, ZoomAndOffsetMoveThePicture) {

@@ -225,6 +225,18 @@ public:
             .copyTo(part);
     }
 
+    cv::Mat storedPixels(const cv::Rect& region) const override {
+        if (originX_ != std::floor(originX_) || originY_ != std::floor(originY_)) {
+            return {};
+        }
+        const cv::Rect own(static_cast<int>(originX_), static_cast<int>(originY_), pixels_.cols,
+                           pixels_.rows);
+        if (region.area() == 0 || intersect(region, own) != region) {
+            return {};
+        }
+        return pixels_(cv::Rect(region.x - own.x, region.y - own.y, region.width, region.height));
+    }
+
     NodePointer transformed(const PixelAffine& t) const override {
         if (t.isIntegerTranslation()) {
             return std::make_shared<BitmapNode>(bitmap_, mipmaps_, originX_ + t.tx, originY_ + t.ty,
@@ -487,6 +499,14 @@ public:
             weigh(share(e.y1 - (outer.br().y - 1)),
                   intersect(inside, {outer.x, outer.br().y - 1, outer.width, 1}));
         }
+    }
+
+    // Within the whole pixels of the crop the input's own pixels are the crop's.
+    cv::Mat storedPixels(const cv::Rect& region) const override {
+        if (!boxOf(rect_.innerPixels()).contains(region)) {
+            return {};
+        }
+        return input_->storedPixels(region);
     }
 
     NodePointer transformed(const PixelAffine& t) const override {
@@ -1019,7 +1039,14 @@ NodePointer ImageNode::transformed(const PixelAffine& transform) const {
     return transformNode(self(), transform);
 }
 
+cv::Mat ImageNode::storedPixels(const cv::Rect& /*region*/) const {
+    return {};
+}
+
 cv::Mat ImageNode::rendered(const cv::Rect& region) const {
+    if (cv::Mat stored = storedPixels(region); !stored.empty()) {
+        return stored;
+    }
     cv::Mat pixels(region.size(), CV_8UC4);
     render(region, pixels);
     return pixels;

@@ -79,6 +79,22 @@ TEST(ImageOver, PremultipliedSourceOver) {
     }
 }
 
+// Under a translucent picture a background held as pixels (moved by whole points, cropped)
+// shows through as itself, read where it lies: the same as the background described.
+TEST(ImageOver, KeptBackgroundShowsItsOwnPixels) {
+    const ImageRect region{0, 0, 12, 8};
+    const Image pattern = Image::roundedRectangle({1, 1, 6, 5}, 2, kRed)
+                              .composited(Image::color(kBlue).cropped({4, 0, 8, 8}));
+    const AffineTransform move = AffineTransform::translation(2, 1);
+    const ImageRect crop{1, 1, 10, 6};
+    const Image described = pattern.transformed(move).cropped(crop);
+    const Image kept = pattern.rendered().transformed(move).cropped(crop);
+    const Image top = Image::color({0, 1, 0, 0.5}).cropped(region);
+    const Bitmap expected = top.composited(described).render(region);
+    EXPECT_EQ(testing::largestDifference(top.composited(kept).render(region), expected), 0);
+    EXPECT_TRUE(near(pixelAt(expected, region, 9, 3), {128, 128, 0, 255}, 1)); // blue under green
+}
+
 TEST(ImageTransform, TranslationScaleAndRotationMoveTheContent) {
     const Image square = Image::color(kRed).cropped({0, 0, 4, 4});
     const ImageRect region{-20, -20, 40, 40};

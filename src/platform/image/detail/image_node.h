@@ -73,8 +73,13 @@ public:
     // are sampled once; the others wrap themselves in a transform node.
     virtual NodePointer transformed(const PixelAffine& transform) const;
 
-    // Renders into a new buffer (what a caller usually wants for an input).
+    // The pixels of `region` for reading (what a caller usually wants for an input): a view
+    // of the node's own pixels where it holds them as they are, otherwise a new buffer.
     cv::Mat rendered(const cv::Rect& region) const;
+
+    // A view of the pixels this node keeps, when they are exactly its picture over all of
+    // `region` (a bitmap at a whole-pixel position); empty otherwise. Read only.
+    virtual cv::Mat storedPixels(const cv::Rect& region) const;
 
 protected:
     NodePointer self() const { return shared_from_this(); }
