@@ -1,5 +1,6 @@
 #include "composition/frame_renderer.h"
 
+#include "composition/cursor_motion_blur.h"
 #include "composition/cursor_vector_art.h"
 #include "composition/frame_rendering_context.h"
 
@@ -138,13 +139,6 @@ Image backgroundLayer(const FrameRendererInput& input) {
 
 // ---- The pointer ---------------------------------------------------------------------------
 
-Image cursorMotionBlurred(const Image& image, double radius, double angle) {
-    const ImageRect extent = image.extent();
-    return image.clampedToExtent()
-        .motionBlurred(radius, angle)
-        .cropped(grown(extent, std::ceil(radius)));
-}
-
 std::optional<Image> pointerLayer(const FrameRendererInput& input, FrameRenderingContext& context,
                                   double embeddedHeight) {
     const FrameComposition& composition = input.composition;
@@ -179,7 +173,7 @@ std::optional<Image> pointerLayer(const FrameRendererInput& input, FrameRenderin
     const double r =
         std::max(std::hypot(layer->motionBlur.width, layer->motionBlur.height) * 0.5, 0.0);
     if (r >= 0.3) {
-        pointer = cursorMotionBlurred(
+        pointer = CursorMotionBlur::blurred(
             pointer, r, std::atan2(-layer->motionBlur.height, layer->motionBlur.width));
     }
     return pointer;
