@@ -5,13 +5,14 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -51,19 +52,45 @@ pid_t spawn(const std::vector<std::string>& words, const std::vector<std::string
         envp.push_back(pair.data());
     }
     envp.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, log.c_str(),
-                                     O_WRONLY | O_CREAT | O_APPEND, 0644);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(),
-                                     O_WRONLY | O_CREAT | O_APPEND, 0644);
-    pid_t pid = -1;
-    const int failed = ::posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (failed != 0) {
-        throw std::runtime_error("cannot start " + words[0] + ": " + std::strerror(failed) +
-                                 " (scripts/bootstrap installs it)");
+    // Found on PATH before the fork: the child only opens, duplicates and executes.
+    std::string program = words[0];
+    if (program.find('/') == std::string::npos) {
+        const char* path = std::getenv("PATH");
+        std::string directories = path != nullptr ? path : "/usr/bin:/bin";
+        for (size_t from = 0; from <= directories.size();) {
+            const size_t colon = std::min(directories.find(':', from), directories.size());
+            const fs::path candidate = fs::path(directories.substr(from, colon - from)) / program;
+            if (::access(candidate.c_str(), X_OK) == 0) {
+                program = candidate.string();
+                break;
+            }
+            from = colon + 1;
+        }
+    }
+    if (::access(program.c_str(), X_OK) != 0) {
+        throw std::runtime_error("cannot start " + words[0] + " (scripts/bootstrap installs it)");
+    }
+    const pid_t parent = ::getpid();
+    const pid_t pid = ::fork();
+    if (pid < 0) {
+        throw std::runtime_error("cannot start " + words[0] + ": " + std::strerror(errno));
+    }
+    if (pid == 0) {
+        // A test that dies before its fixture ends takes its servers with it.
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (::getppid() != parent) {
+            ::_exit(127);
+        }
+        const int input = ::open("/dev/null", O_RDONLY);
+        const int output = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        if (input < 0 || output < 0) {
+            ::_exit(127);
+        }
+        ::dup2(input, STDIN_FILENO);
+        ::dup2(output, STDOUT_FILENO);
+        ::dup2(output, STDERR_FILENO);
+        ::execve(program.c_str(), argv.data(), envp.data());
+        ::_exit(127);
     }
     return pid;
 }
