@@ -7,7 +7,7 @@ DEMO_DIR ?= build/demo
 JOBS ?= $(shell nproc)
 export JOBS
 
-.PHONY: all bootstrap configure build test demo asan-test bench fuzz format tidy clean
+.PHONY: all bootstrap configure build test demo asan-test bench fuzz format tidy clean llm-helper
 
 all: build
 
@@ -24,6 +24,12 @@ build:
 
 test:
 	@scripts/test $(PRESET)
+
+# The language model helper and llama.cpp's llama-cli it runs (scripts/fetch-llama, which
+# bootstrap also runs, builds that once into third_party/llama).
+llm-helper: configure
+	@scripts/fetch-llama
+	cmake --build --preset $(PRESET) --target orvelle-llm-helper
 
 asan-test:
 	$(MAKE) test PRESET=asan

@@ -76,15 +76,7 @@ target_link_libraries(orvelle_libyuv INTERFACE ${LIBYUV_LIBRARY})
 pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse)
 # llama.cpp's llama-cli, which orvelle-llm-helper runs: scripts/fetch-llama puts it (or a
 # link to a usable system llama-cli) in third_party/llama/bin, beside the gguf-py writer and
-# the vocabulary the tests make their tiny model from.
+# the vocabulary the tests make their tiny model from. The helper looks there at run time,
+# so a build configured before the fetch finds it all the same.
 set(ORVELLE_LLAMA_DIR ${PROJECT_SOURCE_DIR}/third_party/llama)
-if(EXISTS ${ORVELLE_LLAMA_DIR}/bin/llama-cli)
-  set(ORVELLE_LLAMA_CLI ${ORVELLE_LLAMA_DIR}/bin/llama-cli)
-else()
-  find_program(ORVELLE_LLAMA_CLI llama-cli NO_CACHE)
-  if(NOT ORVELLE_LLAMA_CLI)
-    set(ORVELLE_LLAMA_CLI "")
-    message(STATUS "llama-cli was not found; run scripts/fetch-llama (or 'make llm-helper')")
-  endif()
-endif()
-message(STATUS "llama-cli: ${ORVELLE_LLAMA_CLI}")
+set(ORVELLE_LLAMA_CLI ${ORVELLE_LLAMA_DIR}/bin/llama-cli)

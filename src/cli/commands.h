@@ -30,5 +30,6 @@ Command stillCommand();
 Command wallpapersCommand();
 Command exportCommand();
 Command playCommand();
+Command publishDraftCommand();
 
 } // namespace orvelle::cli

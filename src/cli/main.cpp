@@ -2,6 +2,7 @@
 
 #include "cli/commands.h"
 #include "core/log.h"
+#include "platform/process/helper_process_registry.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -42,6 +43,7 @@ std::vector<Command> allCommands() {
         alignNormalizeCommand(),
         sampleTakeCommand(),
         exportCommand(),
+        publishDraftCommand(),
     };
     // clang-format on
 }
@@ -90,6 +92,8 @@ const Command* findCommand(const std::vector<Command>& commands,
 } // namespace
 
 int main(int argc, char** argv) {
+    // No helper process outlives the program, however it ends.
+    orvelle::HelperProcessRegistry::installTerminationHandlers();
     const std::vector<std::string> words(argv + 1, argv + argc);
     const auto commands = allCommands();
     if (words.empty() || words[0] == "--help" || words[0] == "-h" || words[0] == "help") {

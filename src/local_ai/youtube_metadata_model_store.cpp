@@ -8,11 +8,17 @@
 namespace orvelle {
 
 YouTubeMetadataModelStore YouTubeMetadataModelStore::standard() {
-    return {OrvelleModelStorage::youtubeMetadataModelDirectory()};
+    return {OrvelleModelStorage::youtubeMetadataModelDirectory(), std::nullopt};
 }
 
 std::optional<std::filesystem::path> YouTubeMetadataModelStore::installedModel() const {
     std::error_code error;
+    if (modelFile) {
+        if (std::filesystem::is_regular_file(*modelFile, error)) {
+            return modelFile;
+        }
+        return std::nullopt;
+    }
     std::vector<std::filesystem::path> models;
     for (const auto& entry : std::filesystem::directory_iterator(modelDirectory, error)) {
         std::error_code typeError;

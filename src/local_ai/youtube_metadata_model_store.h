@@ -10,12 +10,14 @@ namespace orvelle {
 
 struct YouTubeMetadataModelStore {
     std::filesystem::path modelDirectory;
+    // A model file chosen by hand, used instead of the folder's.
+    std::optional<std::filesystem::path> modelFile;
 
     // The store of the installed model ("Models/qwen-youtube-metadata").
     static YouTubeMetadataModelStore standard();
 
-    // The GGUF file in the folder (the first by name when there are several); absent when
-    // the folder holds none.
+    // The chosen file when it exists; otherwise the GGUF file in the folder (the first by
+    // name when there are several). Absent when there is none.
     std::optional<std::filesystem::path> installedModel() const;
 };
 

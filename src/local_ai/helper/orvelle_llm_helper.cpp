@@ -23,8 +23,8 @@ namespace {
 
 using orvelle::isExecutableFile;
 
-// The llama-cli found beside this program, the one this build was made with, or one on the
-// PATH.
+// The llama-cli beside this program, the one scripts/fetch-llama put in the source tree this
+// program was built from, or one on the PATH.
 std::optional<std::filesystem::path> findLlamaCLI() {
     const auto beside = orvelle::runningProgramDirectory() / "llama-cli";
     if (isExecutableFile(beside)) {
