@@ -27,9 +27,8 @@ test:
 
 # The language model helper and llama.cpp's llama-cli it runs (scripts/fetch-llama, which
 # bootstrap also runs, builds that once into third_party/llama).
-llm-helper: configure
-	@scripts/fetch-llama
-	cmake --build --preset $(PRESET) --target orvelle-llm-helper
+llm-helper:
+	@scripts/build $(PRESET) orvelle-llm-helper
 
 asan-test:
 	$(MAKE) test PRESET=asan
