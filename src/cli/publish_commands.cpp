@@ -24,7 +24,8 @@ Json draftJson(const YouTubeMetadataDraft& draft) {
 }
 
 int runPublishDraft(const Arguments& arguments) {
-    const std::string& documentArgument = arguments.positional(0, "the document (a take or a project)");
+    const std::string& documentArgument =
+        arguments.positional(0, "the document (a take or a project)");
     if (!std::filesystem::exists(documentPath(documentArgument))) {
         throw Error("There is no document at " + documentPath(documentArgument).string() + ".");
     }

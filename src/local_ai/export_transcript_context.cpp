@@ -45,8 +45,8 @@ std::vector<ExportTranscriptWord> editedTranscriptWords(const TranscriptAnalysis
     std::vector<ExportTranscriptWord> result;
     for (const auto& word : analysis.words) {
         const std::string text = trimmingWhitespace(word.text);
-        if (text.empty() || !word.startTime || !word.endTime ||
-            !std::isfinite(*word.startTime) || !std::isfinite(*word.endTime)) {
+        if (text.empty() || !word.startTime || !word.endTime || !std::isfinite(*word.startTime) ||
+            !std::isfinite(*word.endTime)) {
             continue;
         }
         const double sourceStart = std::min(*word.startTime, *word.endTime);

@@ -37,8 +37,7 @@ ExportTranscriptContext make(std::vector<ExportTranscriptWord> words, double dur
                              const Grouping& grouping = {});
 
 // The context of a project's edit: its edited words and the edited video's length.
-ExportTranscriptContext make(const TranscriptAnalysis& analysis,
-                             const EditorProjectState& project);
+ExportTranscriptContext make(const TranscriptAnalysis& analysis, const EditorProjectState& project);
 
 } // namespace ExportTranscriptContextBuilder
 

@@ -37,9 +37,9 @@ bool showsGPUBackendFailure(std::string_view errorOutput) {
     for (auto& c : lower) {
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     }
-    constexpr std::array<std::string_view, 4> kSigns{
-        "failed to initialize backend", "failed to create command queue", "no metal",
-        "unable to initialize metal"};
+    constexpr std::array<std::string_view, 4> kSigns{"failed to initialize backend",
+                                                     "failed to create command queue", "no metal",
+                                                     "unable to initialize metal"};
     for (const auto sign : kSigns) {
         if (lower.find(sign) != std::string::npos) {
             return true;
@@ -120,9 +120,8 @@ LlamaCPPYouTubeMetadataGenerator::generate(const YouTubeMetadataGenerationReques
         const auto parent = configuration_.debugArtifactsParent.empty()
                                 ? cachesDirectory()
                                 : configuration_.debugArtifactsParent;
-        debugFolder = YouTubeMetadataDebugArtifacts::make(parent, request.context,
-                                                          invocation.systemPrompt,
-                                                          invocation.userPrompt);
+        debugFolder = YouTubeMetadataDebugArtifacts::make(
+            parent, request.context, invocation.systemPrompt, invocation.userPrompt);
     }
 
     const auto runOnce = [&](const std::vector<std::string>& arguments) {
@@ -142,15 +141,14 @@ LlamaCPPYouTubeMetadataGenerator::generate(const YouTubeMetadataGenerationReques
         throwIfCancelled(stop);
         logWarning("local_ai", "the helper's GPU backend failed; running again on the CPU");
         say("Switching to CPU");
-        output = runOnce(
-            llmOneShotArguments(invocation.model, settings(true), promptFile.path()));
+        output = runOnce(llmOneShotArguments(invocation.model, settings(true), promptFile.path()));
     }
     if (debugFolder) {
         writeFileAtomically(*debugFolder / "llama-output.txt", output.standardOutput);
     }
     if (output.status != 0) {
-        throw YouTubeMetadataGenerationError::runtimeFailed(output.status,
-                                                            helperErrorSummary(output.standardError));
+        throw YouTubeMetadataGenerationError::runtimeFailed(
+            output.status, helperErrorSummary(output.standardError));
     }
 
     say("Reading draft");

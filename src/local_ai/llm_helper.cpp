@@ -5,9 +5,10 @@
 #include "local_ai/youtube_metadata.h"
 #include "platform/process/process.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
-#include <unistd.h>
 
 namespace orvelle {
 
@@ -188,7 +189,8 @@ std::string UTF8ChunkDecoder::finish() {
 }
 
 TemporaryTextFile::TemporaryTextFile() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "orvelle-prompt-XXXXXX").string();
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "orvelle-prompt-XXXXXX").string();
     const int fd = ::mkstemp(pattern.data());
     if (fd < 0) {
         throw FileError("Could not make a temporary file in " +
@@ -248,8 +250,8 @@ Output run(const std::filesystem::path& executable, const std::vector<std::strin
         case ProcessErrorCode::timedOut:
             throw YouTubeMetadataGenerationError(
                 YouTubeMetadataGenerationErrorCode::runtimeTimedOut,
-                "llama.cpp did not finish within " +
-                    std::to_string(limits.timeout.count() / 1000) + " s and was stopped.");
+                "llama.cpp did not finish within " + std::to_string(limits.timeout.count() / 1000) +
+                    " s and was stopped.");
         case ProcessErrorCode::outputLimitExceeded:
             throw YouTubeMetadataGenerationError(
                 YouTubeMetadataGenerationErrorCode::runtimeOutputTooLarge,

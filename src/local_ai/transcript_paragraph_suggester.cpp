@@ -84,8 +84,9 @@ QwenTranscriptParagraphSuggester::QwenTranscriptParagraphSuggester(Configuration
 
 std::vector<int> QwenTranscriptParagraphSuggester::suggestBreaks(const TranscriptAnalysis& analysis,
                                                                  const std::stop_token& stop) {
-    const auto model = configuration_.model ? configuration_.model
-                                            : YouTubeMetadataModelStore::standard().installedModel();
+    const auto model = configuration_.model
+                           ? configuration_.model
+                           : YouTubeMetadataModelStore::standard().installedModel();
     if (!model || !std::filesystem::is_regular_file(*model)) {
         throw YouTubeMetadataGenerationError(YouTubeMetadataGenerationErrorCode::modelNotInstalled);
     }
@@ -110,11 +111,11 @@ std::vector<int> QwenTranscriptParagraphSuggester::suggestBreaks(const Transcrip
             executable, llmOneShotArguments(*model, settings, prompt.path()), {},
             configuration_.limits, stop);
         if (output.status != 0) {
-            throw YouTubeMetadataGenerationError::runtimeFailed(output.status,
-                                                                helperErrorSummary(output.standardError));
+            throw YouTubeMetadataGenerationError::runtimeFailed(
+                output.status, helperErrorSummary(output.standardError));
         }
-        const auto found = TranscriptParagraphPrompt::parseBreaks(output.standardOutput, first,
-                                                                  window, wordCount);
+        const auto found =
+            TranscriptParagraphPrompt::parseBreaks(output.standardOutput, first, window, wordCount);
         if (!found) {
             throw YouTubeMetadataGenerationError::invalidOutput(output.standardOutput);
         }

@@ -34,8 +34,8 @@ YouTubeMetadataGenerationError::runtimeLaunchFailed(const std::string& text) {
             "Could not start llama.cpp: " + text};
 }
 
-YouTubeMetadataGenerationError YouTubeMetadataGenerationError::runtimeFailed(int status,
-                                                                             const std::string& text) {
+YouTubeMetadataGenerationError
+YouTubeMetadataGenerationError::runtimeFailed(int status, const std::string& text) {
     return {YouTubeMetadataGenerationErrorCode::runtimeFailed,
             "llama.cpp exited with status " + std::to_string(status) + ": " +
                 (text.empty() ? std::string("No error output was produced.") : text)};
@@ -94,8 +94,8 @@ Json JsonCoder<ExportTranscriptChunk>::encode(const ExportTranscriptChunk& chunk
             {"words", encodeJson(chunk.words)}};
 }
 
-ExportTranscriptContext JsonCoder<ExportTranscriptContext>::decode(const Json& json,
-                                                                   const JsonDecodeContext& context) {
+ExportTranscriptContext
+JsonCoder<ExportTranscriptContext>::decode(const Json& json, const JsonDecodeContext& context) {
     const JsonObjectReader reader(json, context);
     return {reader.required<double>("duration"),
             reader.value<std::vector<ExportTranscriptChunk>>("chunks", {})};

@@ -3,11 +3,12 @@
 #include "local_ai/youtube_metadata_prompt.h"
 #include "speech/transcript/unicode_text.h"
 
+#include <utf8proc.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <set>
-#include <utf8proc.h>
 
 namespace orvelle {
 
@@ -124,8 +125,8 @@ std::vector<std::string> tagsField(const Json& object) {
         std::size_t start = 0;
         while (start <= text.size()) {
             const std::size_t comma = text.find(',', start);
-            result.push_back(text.substr(start, comma == std::string::npos ? std::string::npos
-                                                                           : comma - start));
+            result.push_back(
+                text.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
             if (comma == std::string::npos) {
                 break;
             }
@@ -176,8 +177,9 @@ std::vector<std::size_t> graphemeStarts(std::string_view text) {
     std::size_t offset = 0;
     while (offset < text.size()) {
         utf8proc_int32_t scalar = 0;
-        auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()) + offset,
-                                       static_cast<utf8proc_ssize_t>(text.size() - offset), &scalar);
+        auto length =
+            utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()) + offset,
+                             static_cast<utf8proc_ssize_t>(text.size() - offset), &scalar);
         if (length <= 0) {
             length = 1; // a malformed byte is a character of its own
             scalar = 0xFFFD;
@@ -384,7 +386,8 @@ std::string chapterTitle(const std::vector<ExportTranscriptWord>& words) {
         }
     }
     title = std::string(utf8Prefix(title, kTitleBytes));
-    while (!title.empty() && std::string_view(".,;:!?-").find(title.back()) != std::string_view::npos) {
+    while (!title.empty() &&
+           std::string_view(".,;:!?-").find(title.back()) != std::string_view::npos) {
         title.pop_back();
     }
     title = trimmingWhitespace(title);

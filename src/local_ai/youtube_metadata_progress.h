@@ -26,7 +26,7 @@ private:
     void fallbackMessage(std::vector<std::string>& messages);
 
     std::string output_;
-    std::size_t scanned_ = 0;      // output_ before this holds no marker still to be found
+    std::size_t scanned_ = 0; // output_ before this holds no marker still to be found
     bool thinking_ = false;
     std::size_t thoughtStart_ = 0; // where unshown thinking begins
     std::set<std::string> emitted_;

@@ -112,9 +112,9 @@ std::vector<TimestampedTranscriptLine> timestampedLines(const ExportTranscriptCo
     std::vector<TimestampedTranscriptLine> lines;
     for (const auto& chunk : context.chunks) {
         for (const auto& word : chunk.words) {
-            const bool startsLine =
-                lines.empty() || word.start - lines.back().end >= kLinePauseSeconds ||
-                lines.back().end - lines.back().start >= kLineMaximumSeconds;
+            const bool startsLine = lines.empty() ||
+                                    word.start - lines.back().end >= kLinePauseSeconds ||
+                                    lines.back().end - lines.back().start >= kLineMaximumSeconds;
             if (startsLine) {
                 lines.push_back({word.start, word.end, word.text});
             } else {
@@ -176,8 +176,9 @@ std::string userPrompt(const YouTubeMetadataGenerationRequest& request) {
         const std::size_t first =
             turns.size() > kRecentConversationTurns ? turns.size() - kRecentConversationTurns : 0;
         for (std::size_t i = first; i < turns.size(); ++i) {
-            prompt += turns[i].role == YouTubeMetadataConversationTurn::Role::user ? "\nUser: "
-                                                                              : "\nAssistant: ";
+            prompt += turns[i].role == YouTubeMetadataConversationTurn::Role::user
+                          ? "\nUser: "
+                          : "\nAssistant: ";
             prompt += turns[i].text;
         }
     }

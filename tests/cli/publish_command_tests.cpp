@@ -34,16 +34,17 @@ protected:
         TranscriptAnalysis analysis;
         for (int i = 0; i < 70; ++i) {
             const double time = 0.5 + i * 0.55;
-            analysis.words.push_back({i % 7 == 6 ? "done." : "step", time, time + 0.4, 0.9, {}, {}});
+            analysis.words.push_back(
+                {i % 7 == 6 ? "done." : "step", time, time + 0.4, 0.9, {}, {}});
         }
         writeJsonAtomically(OrvelleProjectPackage::transcriptJSONURL(take.screenURL),
                             encodeJson(analysis));
     }
 
     std::vector<std::string> command(std::vector<std::string> extra) const {
-        std::vector<std::string> words{"publish", "draft", take.manifestURL.string(), "--model",
-                                       model.string(), "--context-size", "4096",
-                                       "--max-tokens", "400"};
+        std::vector<std::string> words{"publish", "draft",        take.manifestURL.string(),
+                                       "--model", model.string(), "--context-size",
+                                       "4096",    "--max-tokens", "400"};
         words.insert(words.end(), extra.begin(), extra.end());
         return words;
     }
@@ -75,9 +76,9 @@ TEST_F(PublishDraftCommand, DraftsWithTheRealHelperAndShowsWhatItWouldRun) {
 }
 
 TEST_F(PublishDraftCommand, SaysWhatIsMissing) {
-    const auto noModel = runProgram(testing::orvelleBinary(),
-                                    {"publish", "draft", take.manifestURL.string(), "--model",
-                                     (folder / "none.gguf").string()});
+    const auto noModel =
+        runProgram(testing::orvelleBinary(), {"publish", "draft", take.manifestURL.string(),
+                                              "--model", (folder / "none.gguf").string()});
     EXPECT_EQ(noModel.status, 1);
     EXPECT_NE(noModel.err.find("The YouTube metadata model is not installed."), std::string::npos);
 

@@ -27,7 +27,7 @@ TEST(ExportTranscriptContextTest, WordsLandWhereTheyAreHeardInTheEditedVideo) {
         word("fast", 16.0, 17.0),      // 2 s into the fast clip: 1 s after the cut
         word("  ", 2.0, 2.5),          // no text
         {"untimed", std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt},
-        word("early", 0.2, 0.4),       // out of order in the sidecar
+        word("early", 0.2, 0.4), // out of order in the sidecar
     };
     const auto words = editedTranscriptWords(analysis, timeline);
     ASSERT_EQ(words.size(), 4u);

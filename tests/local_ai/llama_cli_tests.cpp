@@ -93,8 +93,10 @@ TEST_F(RealLlamaTest, ADraftFromTheHelperAndFromLlamaCLIItself) {
     const auto req = request();
     for (const auto& executable : {kHelper, kLlamaCLI}) {
         std::vector<std::string> progress;
-        const auto draft = generator(executable).generate(
-            req, [&](const std::string& message) { progress.push_back(message); }, {});
+        const auto draft =
+            generator(executable)
+                .generate(req, [&](const std::string& message) { progress.push_back(message); },
+                          {});
         // The model's own chapters do not survive its toy weights; the transcript's do.
         EXPECT_GE(draft.chapters.size(), 3u) << executable;
         EXPECT_EQ(YouTubeMetadataDraftValidator::normalizedChapters(draft.chapters, 95),
@@ -110,7 +112,8 @@ TEST_F(RealLlamaTest, ADraftFromTheHelperAndFromLlamaCLIItself) {
 TEST_F(RealLlamaTest, ParagraphBreaksComeBackInRange) {
     TranscriptAnalysis analysis;
     for (int i = 0; i < 40; ++i) {
-        analysis.words.push_back({i % 8 == 7 ? "end." : "word", i * 0.5, i * 0.5 + 0.4, 1.0, {}, {}});
+        analysis.words.push_back(
+            {i % 8 == 7 ? "end." : "word", i * 0.5, i * 0.5 + 0.4, 1.0, {}, {}});
     }
     QwenTranscriptParagraphSuggester::Configuration configuration;
     configuration.executableURL = kHelper;

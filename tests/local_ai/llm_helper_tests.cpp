@@ -72,11 +72,25 @@ TEST(LLMHelperCommandLineTest, OneShotArgumentsInTheirOrder) {
     settings.temperature = 0.25;
     settings.topP = 0.95;
     settings.systemPrompt = "Be brief.";
-    const std::vector<std::string> head{
-        "-m",        "/models/q.gguf", "-c",          "4096",        "-n",
-        "300",       "--temp",         "0.25",        "--top-p",     "0.95",
-        "--no-display-prompt",         "--single-turn", "--simple-io", "--reasoning",
-        "off",       "--no-jinja",     "--no-warmup", "-sys",        "Be brief."};
+    const std::vector<std::string> head{"-m",
+                                        "/models/q.gguf",
+                                        "-c",
+                                        "4096",
+                                        "-n",
+                                        "300",
+                                        "--temp",
+                                        "0.25",
+                                        "--top-p",
+                                        "0.95",
+                                        "--no-display-prompt",
+                                        "--single-turn",
+                                        "--simple-io",
+                                        "--reasoning",
+                                        "off",
+                                        "--no-jinja",
+                                        "--no-warmup",
+                                        "-sys",
+                                        "Be brief."};
     auto expected = head;
     expected.insert(expected.end(), {"-p", "Hello"});
     EXPECT_EQ(llmOneShotArguments("/models/q.gguf", settings, std::nullopt, "Hello"), expected);
@@ -103,7 +117,14 @@ TEST(UTF8ChunkDecoderTest, CharactersSplitAcrossReadsAreHeldUntilWhole) {
     EXPECT_EQ(decoder.decode("\x98"), "");
     EXPECT_EQ(decoder.decode("\x80!"), "\xF0\x9F\x98\x80!");
     // Bytes that can never form a character, and a character cut short for good.
-    EXPECT_EQ(decoder.decode("\xFF" "a" "\xC3" "b"), "\xEF\xBF\xBD" "a" "\xEF\xBF\xBD" "b");
+    EXPECT_EQ(decoder.decode("\xFF"
+                             "a"
+                             "\xC3"
+                             "b"),
+              "\xEF\xBF\xBD"
+              "a"
+              "\xEF\xBF\xBD"
+              "b");
     EXPECT_EQ(decoder.decode("\xE2\x82"), "");
     EXPECT_EQ(decoder.finish(), "\xEF\xBF\xBD");
 }

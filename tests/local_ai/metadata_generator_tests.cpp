@@ -55,26 +55,31 @@ protected:
     // prompt file (-f) to prompt-<n> and then runs `body`.
     std::filesystem::path standIn(const std::string& body) {
         const auto path = folder / "helper";
-        writeExecutableScript(
-            path, "#!/bin/bash\n"
-                  "n=$(ls '" + folder.path().string() + "' | grep -c '^args-')\n"
-                  "printf '%s\\n' \"$@\" > '" + folder.path().string() + "/args-'$n\n"
-                  "previous=''\n"
-                  "for argument in \"$@\"; do\n"
-                  "  [ \"$previous\" = -f ] && cp \"$argument\" '" + folder.path().string() + "/prompt-'$n\n"
-                  "  previous=$argument\n"
-                  "done\n" + body + "\n");
+        writeExecutableScript(path, "#!/bin/bash\n"
+                                    "n=$(ls '" +
+                                        folder.path().string() +
+                                        "' | grep -c '^args-')\n"
+                                        "printf '%s\\n' \"$@\" > '" +
+                                        folder.path().string() +
+                                        "/args-'$n\n"
+                                        "previous=''\n"
+                                        "for argument in \"$@\"; do\n"
+                                        "  [ \"$previous\" = -f ] && cp \"$argument\" '" +
+                                        folder.path().string() +
+                                        "/prompt-'$n\n"
+                                        "  previous=$argument\n"
+                                        "done\n" +
+                                        body + "\n");
         return path;
     }
 
-    LlamaCPPYouTubeMetadataGenerator generator(const std::filesystem::path& helper,
-                                               LlamaCPPYouTubeMetadataGenerator::Configuration
-                                                   configuration = {}) {
+    LlamaCPPYouTubeMetadataGenerator
+    generator(const std::filesystem::path& helper,
+              LlamaCPPYouTubeMetadataGenerator::Configuration configuration = {}) {
         configuration.executableURL = helper;
         configuration.limits.timeout = 3s;
         configuration.limits.outputLimit = 1 << 20;
-        return LlamaCPPYouTubeMetadataGenerator(configuration,
-                                                {folder / "models", std::nullopt});
+        return LlamaCPPYouTubeMetadataGenerator(configuration, {folder / "models", std::nullopt});
     }
 
     // The failure's code and words, or a test failure when the generation succeeds.
@@ -106,13 +111,13 @@ protected:
 };
 
 TEST_F(StandInHelperTest, ADraftIsParsedNormalisedAndGivenChaptersFromTheTranscript) {
-    const auto helper = standIn(
-        "echo 'Here you go:'\n"
-        "echo '{\"title\": \"Draft one\"}'\n"
-        "printf '%s' '{\"title\": \"  " + std::string(150, 'T') +
-        "  \", \"description\": \"What we built.\", "
-        "\"chapters\": [{\"time\": 0, \"title\": \"Only one\"}], "
-        "\"tags\": [\"#demo\", \"Demo\", \" steps \"]}'\n");
+    const auto helper = standIn("echo 'Here you go:'\n"
+                                "echo '{\"title\": \"Draft one\"}'\n"
+                                "printf '%s' '{\"title\": \"  " +
+                                std::string(150, 'T') +
+                                "  \", \"description\": \"What we built.\", "
+                                "\"chapters\": [{\"time\": 0, \"title\": \"Only one\"}], "
+                                "\"tags\": [\"#demo\", \"Demo\", \" steps \"]}'\n");
     auto configuration = LlamaCPPYouTubeMetadataGenerator::Configuration{};
     configuration.writesDebugArtifacts = true;
     configuration.debugArtifactsParent = folder / "debug";
@@ -136,9 +141,8 @@ TEST_F(StandInHelperTest, ADraftIsParsedNormalisedAndGivenChaptersFromTheTranscr
     EXPECT_EQ(args[args.size() - 2], "-f");
     EXPECT_FALSE(std::filesystem::exists(args.back())) << "the prompt file outlived the run";
     EXPECT_EQ(readFile(folder / "prompt-0"), YouTubeMetadataPromptBuilder::userPrompt(request));
-    EXPECT_EQ(progress, (std::vector<std::string>{"Loading Qwen", "Thinking",
-                                                  "Writing description", "Finding chapters",
-                                                  "Reading draft"}));
+    EXPECT_EQ(progress, (std::vector<std::string>{"Loading Qwen", "Thinking", "Writing description",
+                                                  "Finding chapters", "Reading draft"}));
     const auto debug = folder / "debug/Orvelle YouTube Metadata Debug";
     for (const auto* name : {"transcript-context.json", "system-prompt.txt", "user-prompt.txt",
                              "llama-output.txt", "metadata-draft.json"}) {
@@ -172,8 +176,8 @@ TEST_F(StandInHelperTest, EveryFailureOfTheHelperHasItsWords) {
         std::string words;
     };
     const std::vector<Case> cases{
-        {"a failing helper", "echo 'error: unable to load model' >&2\nexit 3",
-         Code::runtimeFailed, "llama.cpp exited with status 3: error: unable to load model"},
+        {"a failing helper", "echo 'error: unable to load model' >&2\nexit 3", Code::runtimeFailed,
+         "llama.cpp exited with status 3: error: unable to load model"},
         {"a silent failure", "exit 4", Code::runtimeFailed,
          "llama.cpp exited with status 4: No error output was produced."},
         {"a helper that dies", "echo partial; kill -KILL $$", Code::runtimeFailed,
@@ -192,7 +196,8 @@ TEST_F(StandInHelperTest, EveryFailureOfTheHelperHasItsWords) {
         EXPECT_TRUE(HelperProcessRegistry::trackedProcesses().empty()) << each.name;
     }
     // Not a program at all: the system's reason.
-    writeTextFile(folder / "not-a-program", "\x7f" "ELF garbage");
+    writeTextFile(folder / "not-a-program", "\x7f"
+                                            "ELF garbage");
     std::filesystem::permissions(folder / "not-a-program", std::filesystem::perms::owner_all);
     const auto [code, words] = failure(generator(folder / "not-a-program"));
     EXPECT_EQ(code, Code::runtimeLaunchFailed);
@@ -219,8 +224,7 @@ TEST_F(StandInHelperTest, WhatMustBeThereBeforeAnythingRuns) {
 }
 
 TEST_F(StandInHelperTest, CancellingStopsTheHelperAndItsChildren) {
-    const auto helper = standIn("echo $$ > '" + (folder / "pid").string() +
-                                "'\nsleep 60 &\nwait");
+    const auto helper = standIn("echo $$ > '" + (folder / "pid").string() + "'\nsleep 60 &\nwait");
     std::stop_source stop;
     std::thread canceller([&] {
         while (!std::filesystem::exists(folder / "pid")) {

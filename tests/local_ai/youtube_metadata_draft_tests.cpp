@@ -19,12 +19,16 @@ TEST(YouTubeMetadataDraftParserTest, FindsTheLastObjectThatDecodesInFreeText) {
         std::optional<std::string> title; // absent: nothing decodes
     };
     const std::vector<Case> cases{
-        {"preamble and two objects", R"(Sure! Here is a draft: {"title": "First"} and then {"title": "Second", "tags": []})", "Second"},
+        {"preamble and two objects",
+         R"(Sure! Here is a draft: {"title": "First"} and then {"title": "Second", "tags": []})",
+         "Second"},
         {"the last object does not decode", R"({"title": "Good"} {"title": 42})", "Good"},
-        {"braces and quotes inside strings", R"(x {"title": "a } b \" { c", "description": "{"} y)", "a } b \" { c"},
+        {"braces and quotes inside strings", R"(x {"title": "a } b \" { c", "description": "{"} y)",
+         "a } b \" { c"},
         {"a fenced block", "```json\n{\"title\": \"Fenced\"}\n```", "Fenced"},
         {"trailing commas", R"({"title": "Commas", "tags": ["a", "b",],})", "Commas"},
-        {"nested objects count once", R"({"title": "Outer", "chapters": [{"time": 0, "title": "In"}]})", "Outer"},
+        {"nested objects count once",
+         R"({"title": "Outer", "chapters": [{"time": 0, "title": "In"}]})", "Outer"},
         {"an unclosed object", R"({"title": "never closed")", std::nullopt},
         {"no object at all", "I cannot help with that.", std::nullopt},
         {"an object inside a list", R"([{"title": "in a list"}])", "in a list"},
@@ -57,7 +61,8 @@ TEST(YouTubeMetadataDraftParserTest, RepairsTimesTagsAndMissingFields) {
     EXPECT_TRUE(std::isnan(draft->chapters[4].time));
     EXPECT_EQ(draft->chapters[5].time, 12);
     EXPECT_EQ(draft->tags, (std::vector<std::string>{"screen recording", "tutorial", "", ""}));
-    EXPECT_EQ(normalizedTags(draft->tags), (std::vector<std::string>{"screen recording", "tutorial"}));
+    EXPECT_EQ(normalizedTags(draft->tags),
+              (std::vector<std::string>{"screen recording", "tutorial"}));
 }
 
 TEST(YouTubeMetadataDraftValidatorTest, TitleDescriptionAndTagsAreCutToWhatYouTubeTakes) {
@@ -118,7 +123,10 @@ TEST(YouTubeMetadataDraftValidatorTest, ChapterRules) {
         {"sorted, the first moved to 0", chapters({40, 3, 20}), 300, {0, 20, 40}},
         {"closer than 10 s to the last kept", chapters({0, 5, 15, 24, 26}), 300, {0, 15, 26}},
         {"inside the last 10 s", chapters({0, 20, 40, 95}), 100, {0, 20, 40}},
-        {"times past the end are clamped, then dropped", chapters({0, 20, 40, 500}), 100, {0, 20, 40}},
+        {"times past the end are clamped, then dropped",
+         chapters({0, 20, 40, 500}),
+         100,
+         {0, 20, 40}},
         {"not finite", chapters({0, nan, 20, inf, 40}), 100, {0, 20, 40}},
         {"fewer than 3 left", chapters({0, 5, 50}), 300, {}},
         {"one chapter", chapters({0}), 300, {}},
@@ -127,8 +135,7 @@ TEST(YouTubeMetadataDraftValidatorTest, ChapterRules) {
         EXPECT_EQ(times(normalizedChapters(each.chapters, each.duration)), each.expected)
             << each.name;
     }
-    const auto untitled =
-        normalizedChapters({{0, "A"}, {20, "  "}, {30, "B"}, {60, "C"}}, 300);
+    const auto untitled = normalizedChapters({{0, "A"}, {20, "  "}, {30, "B"}, {60, "C"}}, 300);
     ASSERT_EQ(untitled.size(), 3u);
     EXPECT_EQ(untitled[1].title, "B");
 }
@@ -161,12 +168,12 @@ ExportTranscriptChunk chunk(int id, double start, double end, const std::string&
 
 TEST(YouTubeMetadataChapterFallbackTest, ChaptersFromTheTranscriptOrInThirds) {
     using YouTubeMetadataChapterFallback::chapters;
-    ExportTranscriptContext context{300,
-                                    {chunk(0, 0.5, 9, "welcome to the tour of the new editor today."),
-                                     chunk(1, 9, 15, "first, open a file"),
-                                     chunk(2, 15, 60, "then we record the screen and talk"),
-                                     chunk(3, 60, 290, "finally we export it"),
-                                     chunk(4, 295, 299, "bye now")}};
+    ExportTranscriptContext context{
+        300,
+        {chunk(0, 0.5, 9, "welcome to the tour of the new editor today."),
+         chunk(1, 9, 15, "first, open a file"),
+         chunk(2, 15, 60, "then we record the screen and talk"),
+         chunk(3, 60, 290, "finally we export it"), chunk(4, 295, 299, "bye now")}};
     const auto made = chapters(context);
     EXPECT_EQ(times(made), (std::vector<double>{0, 15, 60}));
     EXPECT_EQ(made[0].title, "Welcome to the tour of the");

@@ -50,14 +50,15 @@ TEST(YouTubeMetadataPromptTest, TheUserPromptHoldsItsSectionsInOrder) {
     request.instruction = "Make the title shorter";
     request.currentDraft = YouTubeMetadataDraft{"Old title", "Old words", {{0, "Intro"}}, {"tag"}};
     for (int i = 0; i < 10; ++i) {
-        request.conversation.push_back(
-            {i % 2 == 0 ? YouTubeMetadataConversationTurn::Role::user
-                        : YouTubeMetadataConversationTurn::Role::assistant,
-             "turn " + std::to_string(i)});
+        request.conversation.push_back({i % 2 == 0
+                                            ? YouTubeMetadataConversationTurn::Role::user
+                                            : YouTubeMetadataConversationTurn::Role::assistant,
+                                        "turn " + std::to_string(i)});
     }
     const std::string revision = userPrompt(request);
-    EXPECT_NE(revision.find("Latest user instruction:\nMake the title shorter\n\nCurrent draft:\n{"),
-              std::string::npos);
+    EXPECT_NE(
+        revision.find("Latest user instruction:\nMake the title shorter\n\nCurrent draft:\n{"),
+        std::string::npos);
     EXPECT_NE(revision.find("\"title\": \"Old title\""), std::string::npos);
     // Only the recent turns, oldest first.
     EXPECT_EQ(revision.find("turn 1\n"), std::string::npos);
@@ -71,8 +72,8 @@ TEST(YouTubeMetadataPromptTest, LinesEndAtTwelveSecondsOrAFiveSecondPause) {
                                     {4, "b"},
                                     {8.9, "c"}, // a pause of 4.6 s keeps the line
                                     {11.9, "d"},
-                                    {12.5, "e"}, // the line is 12.2 s long: a new one
-                                    {17.7, "f"}, // a pause of 4.9 s
+                                    {12.5, "e"},  // the line is 12.2 s long: a new one
+                                    {17.7, "f"},  // a pause of 4.9 s
                                     {23.0, "g"}}, // a pause of 5.0 s: a new line
                                    30);
     const auto lines = timestampedLines(context);
@@ -112,8 +113,7 @@ TEST(YouTubeMetadataPromptTest, LongTranscriptsAreCutWithANote) {
 
 TEST(YouTubeMetadataPromptTest, TheSchemaRequiresEveryFieldInOrder) {
     const Json schema = parseJson(outputSchema());
-    EXPECT_EQ(schema["required"],
-              Json::parse(R"(["title", "description", "chapters", "tags"])"));
+    EXPECT_EQ(schema["required"], Json::parse(R"(["title", "description", "chapters", "tags"])"));
     EXPECT_EQ(schema["properties"]["chapters"]["items"]["required"],
               Json::parse(R"(["time", "title"])"));
     EXPECT_EQ(schema["properties"]["chapters"]["items"]["properties"]["time"]["type"], "number");
