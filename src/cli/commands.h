@@ -31,5 +31,9 @@ Command wallpapersCommand();
 Command exportCommand();
 Command playCommand();
 Command publishDraftCommand();
+Command modelsListCommand();
+Command modelsInstallCommand();
+Command modelsVerifyCommand();
+Command modelsRemoveCommand();
 
 } // namespace orvelle::cli

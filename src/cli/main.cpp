@@ -44,6 +44,10 @@ std::vector<Command> allCommands() {
         sampleTakeCommand(),
         exportCommand(),
         publishDraftCommand(),
+        modelsListCommand(),
+        modelsInstallCommand(),
+        modelsVerifyCommand(),
+        modelsRemoveCommand(),
     };
     // clang-format on
 }

@@ -1,17 +1,14 @@
-#!/ usr / bin / python3
-""
-    "A small HTTP server on 127.0.0.1 for the tests of the HTTP client and of model downloads.
+#!/usr/bin/python3
+"""A small HTTP server on 127.0.0.1 for the tests of the HTTP client and of model downloads.
 
-    Usage : http_test_server
-                .py[FOLDER]
+Usage: http_test_server.py [FOLDER]
 
-            Prints the port it listens on as its first line and serves until it is stopped./
-    echo the request as JSON : method,
-    path, headers, body size and SHA - 256 / blob / SIZE SIZE bytes(byte i is(i * 31 + 7) % 251),
-    honouring a Range header;
-? drop = N closes the connection after N bytes of the answer's body,
-  ? stall = S waits S seconds before the body / files / NAME the file NAME from FOLDER,
-  honouring a Range header; ?drop=N as above
+Prints the port it listens on as its first line and serves until it is stopped.
+  /echo            the request as JSON: method, path, headers, body size and SHA-256
+  /blob/SIZE       SIZE bytes (byte i is (i * 31 + 7) % 251), honouring a Range header;
+                   ?drop=N closes the connection after N bytes of the answer's body,
+                   ?stall=S waits S seconds before the body
+  /files/NAME      the file NAME from FOLDER, honouring a Range header; ?drop=N as above
   /status/CODE     that status, with a short text body
   /redirect/PATH   302 to /PATH
 """
