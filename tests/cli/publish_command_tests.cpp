@@ -109,6 +109,12 @@ TEST_F(PublishDraftCommand, StoppingTheCommandStopsItsHelper) {
         });
     EXPECT_EQ(result.status, 130) << result.err;
     ASSERT_NE(helperGroup, 0);
+    // SIGKILL has been sent to the whole group; the kernel ends its members shortly.
+    const auto end = std::chrono::steady_clock::now() + 2s;
+    while (!testing::livingProcessesInGroup(helperGroup).empty() &&
+           std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(10ms);
+    }
     EXPECT_TRUE(testing::livingProcessesInGroup(helperGroup).empty());
 }
 

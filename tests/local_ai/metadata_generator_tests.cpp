@@ -236,6 +236,11 @@ TEST_F(StandInHelperTest, CancellingStopsTheHelperAndItsChildren) {
     EXPECT_THROW(generator(helper).generate(request, {}, stop.get_token()), CancellationError);
     canceller.join();
     const pid_t group = std::stoi(readFile(folder / "pid"));
+    // SIGKILL has been sent to the whole group; the kernel ends its members shortly.
+    const auto end = std::chrono::steady_clock::now() + 2s;
+    while (!livingProcessesInGroup(group).empty() && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(10ms);
+    }
     EXPECT_TRUE(livingProcessesInGroup(group).empty());
 }
 
