@@ -80,3 +80,13 @@ pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse)
 # so a build configured before the fetch finds it all the same.
 set(ORVELLE_LLAMA_DIR ${PROJECT_SOURCE_DIR}/third_party/llama)
 set(ORVELLE_LLAMA_CLI ${ORVELLE_LLAMA_DIR}/bin/llama-cli)
+
+# Screen capture on X11: the core protocol, shared memory, RandR monitors, XInput2 clicks.
+pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-shm xcb-randr xcb-xinput)
+# Screen capture on Wayland: PipeWire streams (its SPA headers included as system headers,
+# for their C idioms).
+pkg_check_modules(PIPEWIRE REQUIRED libpipewire-0.3)
+add_library(orvelle_pipewire INTERFACE)
+target_include_directories(orvelle_pipewire SYSTEM INTERFACE ${PIPEWIRE_INCLUDE_DIRS})
+target_compile_options(orvelle_pipewire INTERFACE ${PIPEWIRE_CFLAGS_OTHER})
+target_link_libraries(orvelle_pipewire INTERFACE ${PIPEWIRE_LINK_LIBRARIES})

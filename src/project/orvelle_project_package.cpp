@@ -32,37 +32,29 @@ std::string messageFor(OrvelleProjectPackageErrorCode code) {
 
 using Kind = MediaTrackManifest::Kind;
 
-struct MediaNaming {
-    std::string_view prefix;
-    std::string_view defaultExtension;
-};
-
-MediaNaming namingFor(Kind kind) {
+std::string_view defaultExtension(Kind kind) {
     switch (kind) {
     case Kind::screen:
-        return {"screen", "mov"};
-    case Kind::systemAudio:
-        return {"system-audio", "m4a"};
     case Kind::camera:
-        return {"camera", "mov"};
+        return "mov";
+    case Kind::systemAudio:
     case Kind::microphone:
-        return {"microphone", "m4a"};
+        return "m4a";
     case Kind::cursor:
-        return {"cursor", "json"};
+        return "json";
     case Kind::music:
-        return {"music", "mp3"};
+        return "mp3";
     }
-    return {"media", "bin"};
+    return "bin";
 }
 
 // "screen-001.mov": made up at save, never taken from the source's name.
 std::string mediaFileName(Kind kind, int ordinal, const fs::path& source) {
-    const MediaNaming naming = namingFor(kind);
     std::string extension = source.extension().string();
-    extension = extension.empty() ? std::string(naming.defaultExtension) : extension.substr(1);
+    extension = extension.empty() ? std::string(defaultExtension(kind)) : extension.substr(1);
     char number[16];
     std::snprintf(number, sizeof number, "%03d", ordinal);
-    return std::string(naming.prefix) + "-" + number + "." + extension;
+    return std::string(MediaTrackManifest::fileSlug(kind)) + "-" + number + "." + extension;
 }
 
 struct PackagePaths {

@@ -56,6 +56,24 @@ std::string_view MediaTrackManifest::defaultDisplayName(Kind kind) {
     return "";
 }
 
+std::string_view MediaTrackManifest::fileSlug(Kind kind) {
+    switch (kind) {
+    case Kind::screen:
+        return "screen";
+    case Kind::systemAudio:
+        return "system-audio";
+    case Kind::camera:
+        return "camera";
+    case Kind::microphone:
+        return "microphone";
+    case Kind::cursor:
+        return "cursor";
+    case Kind::music:
+        return "music";
+    }
+    return "media";
+}
+
 std::filesystem::path TakeManifest::sidecarURL(const std::filesystem::path& screenURL) {
     return replacingExtension(screenURL, "take.json");
 }

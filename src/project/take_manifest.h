@@ -23,6 +23,9 @@ struct MediaTrackManifest {
     // The kind's JSON value, which is also the id of its track unless a writer says else.
     static std::string_view defaultTrackID(Kind kind);
     static std::string_view defaultDisplayName(Kind kind);
+    // The kind's word in file names: "screen", "system-audio", "camera", "microphone",
+    // "cursor", "music". Recording and recovery find a take's files by it.
+    static std::string_view fileSlug(Kind kind);
 };
 
 std::span<const EnumName<MediaTrackManifest::Kind>> jsonNames(MediaTrackManifest::Kind);

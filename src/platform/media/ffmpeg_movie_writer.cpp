@@ -8,6 +8,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <condition_variable>
@@ -50,6 +51,32 @@ bool isMovieContainer(MovieContainer container) {
     return container == MovieContainer::mov || container == MovieContainer::mp4;
 }
 
+// The planes of a picture handed to the writer, whatever holds them.
+struct PictureRows {
+    PixelLayout layout = PixelLayout::bgra;
+    int width = 0;
+    int height = 0;
+    std::array<const uint8_t*, 3> planes{};
+    std::array<int, 3> strides{};
+
+    static PictureRows of(const VideoFrame& frame) {
+        PictureRows rows{frame.layout, frame.width, frame.height, {}, {}};
+        for (int plane = 0; plane < frame.planeCount(); ++plane) {
+            rows.planes[static_cast<size_t>(plane)] = frame.planes[static_cast<size_t>(plane)].data();
+            rows.strides[static_cast<size_t>(plane)] = frame.strides[static_cast<size_t>(plane)];
+        }
+        return rows;
+    }
+    int planeCount() const { return layout == PixelLayout::bgra ? 1 : 3; }
+    int planeHeight(int plane) const { return plane == 0 ? height : (height + 1) / 2; }
+    int planeWidthBytes(int plane) const {
+        if (layout == PixelLayout::bgra) {
+            return width * 4;
+        }
+        return plane == 0 ? width : (width + 1) / 2;
+    }
+};
+
 } // namespace
 
 std::optional<MovieContainer> containerForPath(const std::filesystem::path& path) {
@@ -90,6 +117,7 @@ struct MovieWriter::State {
     int64_t lastVideoTicks = -1;
     std::atomic<int64_t> videoFrames = 0;
     int64_t droppedFrames = 0;
+    int64_t backlogHighWater = 0; // guarded by mutex
 
     // Audio
     detail::CodecContextPtr audioEncoder;
@@ -333,14 +361,19 @@ struct MovieWriter::State {
         // The index is written with the first fragment (delay_moov) so that it can hold the
         // edit that hides the AAC encoder's priming samples.
         if (settings.fragmented && settings.container != MovieContainer::wav) {
+            const double interval =
+                settings.fragmentInterval > 0 && std::isfinite(settings.fragmentInterval)
+                    ? settings.fragmentInterval
+                    : 1.0;
+            const std::string microseconds = std::to_string(std::llround(interval * 1e6));
             if (settings.video) {
-                // A fragment at each keyframe once a second has passed.
+                // A fragment at each keyframe once the interval has passed.
                 av_dict_set(&options, "movflags",
                             "frag_keyframe+empty_moov+delay_moov+default_base_moof", 0);
-                av_dict_set(&options, "min_frag_duration", "1000000", 0);
+                av_dict_set(&options, "min_frag_duration", microseconds.c_str(), 0);
             } else {
                 av_dict_set(&options, "movflags", "empty_moov+delay_moov+default_base_moof", 0);
-                av_dict_set(&options, "frag_duration", "1000000", 0);
+                av_dict_set(&options, "frag_duration", microseconds.c_str(), 0);
             }
         }
         const int code = avformat_write_header(output, &options);
@@ -369,25 +402,19 @@ struct MovieWriter::State {
         }
     }
 
-    void encodeVideo(const VideoFrame* frame, const uint8_t* bgra, int stride, double time) {
+    void encodeVideo(const PictureRows& frame, double time) {
         AVCodecContext* encoder = videoEncoder.get();
         if (const int code = av_frame_make_writable(videoFrame.get()); code < 0) {
             fail("Out of memory for a video frame", code);
         }
-        const PixelLayout layout = frame != nullptr ? frame->layout : PixelLayout::bgra;
-        const uint8_t* sources[4] = {bgra, nullptr, nullptr, nullptr};
-        int strides[4] = {stride, 0, 0, 0};
-        if (frame != nullptr) {
-            for (int plane = 0; plane < frame->planeCount(); ++plane) {
-                sources[plane] = frame->planes[static_cast<size_t>(plane)].data();
-                strides[plane] = frame->strides[static_cast<size_t>(plane)];
-            }
-        }
+        const PixelLayout layout = frame.layout;
+        const uint8_t* sources[4] = {frame.planes[0], frame.planes[1], frame.planes[2], nullptr};
+        int strides[4] = {frame.strides[0], frame.strides[1], frame.strides[2], 0};
         if (layout == PixelLayout::yuv420p && encoder->pix_fmt == AV_PIX_FMT_YUV420P) {
             for (int plane = 0; plane < 3; ++plane) {
                 av_image_copy_plane(videoFrame->data[plane], videoFrame->linesize[plane],
-                                    sources[plane], strides[plane], frame->planeWidthBytes(plane),
-                                    frame->planeHeight(plane));
+                                    sources[plane], strides[plane], frame.planeWidthBytes(plane),
+                                    frame.planeHeight(plane));
             }
         } else if (layout == PixelLayout::bgra && encoder->pix_fmt == AV_PIX_FMT_YUV420P &&
                    colorSpace == AVCOL_SPC_BT709) {
@@ -520,6 +547,60 @@ struct MovieWriter::State {
         }
     }
 
+    // Checks the picture and its time; encodes it at once (offline) or copies it once into
+    // a pooled frame for the encoder thread (real time).
+    bool appendPicture(const PictureRows& rows, double time) {
+        checkUsable();
+        if (!videoEncoder) {
+            throw MediaError(detail::quoted(path) + " has no video track.");
+        }
+        if (rows.width != videoEncoder->width || rows.height != videoEncoder->height) {
+            throw MediaError("A " + std::to_string(rows.width) + "x" +
+                             std::to_string(rows.height) + " picture does not fit the " +
+                             std::to_string(videoEncoder->width) + "x" +
+                             std::to_string(videoEncoder->height) + " movie " +
+                             detail::quoted(path) + ".");
+        }
+        const int64_t ticks = std::llround(time * videoTimeBase.den / videoTimeBase.num);
+        if (!std::isfinite(time) || ticks <= lastVideoTicks || time < 0) {
+            return false;
+        }
+        if (settings.pacing == WriterPacing::offline) {
+            lastVideoTicks = ticks;
+            encodeVideo(rows, time);
+            return true;
+        }
+        rethrowWorkerError();
+        std::unique_lock lock(mutex);
+        if (queuedVideo >= realTimeQueueLimit) {
+            ++droppedFrames;
+            return false;
+        }
+        VideoFrame copy;
+        if (!framePool.empty()) {
+            copy = std::move(framePool.back());
+            framePool.pop_back();
+        }
+        lock.unlock();
+        copy.allocate(rows.layout, rows.width, rows.height);
+        for (int plane = 0; plane < copy.planeCount(); ++plane) {
+            av_image_copy_plane(copy.planes[static_cast<size_t>(plane)].data(),
+                                copy.strides[static_cast<size_t>(plane)],
+                                rows.planes[static_cast<size_t>(plane)],
+                                rows.strides[static_cast<size_t>(plane)],
+                                copy.planeWidthBytes(plane), copy.planeHeight(plane));
+        }
+        copy.presentationTime = time;
+        lock.lock();
+        lastVideoTicks = ticks;
+        ++queuedVideo;
+        backlogHighWater = std::max(backlogHighWater, static_cast<int64_t>(queuedVideo));
+        queue.emplace_back(VideoJob{std::move(copy), time});
+        lock.unlock();
+        wake.notify_one();
+        return true;
+    }
+
     // Real-time pacing.
     void startWorker() {
         worker = std::thread([this] { runWorker(); });
@@ -541,7 +622,7 @@ struct MovieWriter::State {
             std::exception_ptr error;
             try {
                 if (auto* video = std::get_if<VideoJob>(&job)) {
-                    encodeVideo(&video->frame, nullptr, 0, video->time);
+                    encodeVideo(PictureRows::of(video->frame), video->time);
                 } else {
                     const auto& audio = std::get<AudioJob>(job);
                     encodeAudio(audio.samples.data(),
@@ -637,78 +718,20 @@ int64_t MovieWriter::droppedVideoFrames() const {
     return state_->droppedFrames;
 }
 
+int64_t MovieWriter::videoBacklogHighWater() const {
+    std::lock_guard lock(state_->mutex);
+    return state_->backlogHighWater;
+}
+
 bool MovieWriter::appendVideoFrame(const VideoFrame& frame, double time) {
-    State& s = *state_;
-    s.checkUsable();
-    if (!s.videoEncoder) {
-        throw MediaError(detail::quoted(s.path) + " has no video track.");
-    }
-    if (frame.width != s.videoEncoder->width || frame.height != s.videoEncoder->height) {
-        throw MediaError("A " + std::to_string(frame.width) + "x" + std::to_string(frame.height) +
-                         " picture does not fit the " + std::to_string(s.videoEncoder->width) +
-                         "x" + std::to_string(s.videoEncoder->height) + " movie " +
-                         detail::quoted(s.path) + ".");
-    }
-    const int64_t ticks = std::llround(time * videoTimeBase.den / videoTimeBase.num);
-    if (!std::isfinite(time) || ticks <= s.lastVideoTicks || time < 0) {
-        return false;
-    }
-    if (s.settings.pacing == WriterPacing::offline) {
-        s.lastVideoTicks = ticks;
-        s.encodeVideo(&frame, nullptr, 0, time);
-        return true;
-    }
-    s.rethrowWorkerError();
-    std::unique_lock lock(s.mutex);
-    if (s.queuedVideo >= realTimeQueueLimit) {
-        ++s.droppedFrames;
-        return false;
-    }
-    VideoFrame copy;
-    if (!s.framePool.empty()) {
-        copy = std::move(s.framePool.back());
-        s.framePool.pop_back();
-    }
-    lock.unlock();
-    copy.allocate(frame.layout, frame.width, frame.height);
-    for (int plane = 0; plane < frame.planeCount(); ++plane) {
-        av_image_copy_plane(copy.planes[static_cast<size_t>(plane)].data(),
-                            copy.strides[static_cast<size_t>(plane)],
-                            frame.planes[static_cast<size_t>(plane)].data(),
-                            frame.strides[static_cast<size_t>(plane)], frame.planeWidthBytes(plane),
-                            frame.planeHeight(plane));
-    }
-    copy.presentationTime = time;
-    lock.lock();
-    s.lastVideoTicks = ticks;
-    ++s.queuedVideo;
-    s.queue.emplace_back(State::VideoJob{std::move(copy), time});
-    lock.unlock();
-    s.wake.notify_one();
-    return true;
+    return state_->appendPicture(PictureRows::of(frame), time);
 }
 
 bool MovieWriter::appendVideoFrame(const uint8_t* bgra, int stride, double time) {
-    State& s = *state_;
-    s.checkUsable();
-    if (!s.videoEncoder) {
-        throw MediaError(detail::quoted(s.path) + " has no video track.");
-    }
-    if (s.settings.pacing == WriterPacing::offline) {
-        const int64_t ticks = std::llround(time * videoTimeBase.den / videoTimeBase.num);
-        if (!std::isfinite(time) || ticks <= s.lastVideoTicks || time < 0) {
-            return false;
-        }
-        s.lastVideoTicks = ticks;
-        s.encodeVideo(nullptr, bgra, stride, time);
-        return true;
-    }
-    // The queue holds frames of its own: wrap the rows in one.
-    VideoFrame frame;
-    frame.allocate(PixelLayout::bgra, s.videoEncoder->width, s.videoEncoder->height);
-    av_image_copy_plane(frame.planes[0].data(), frame.strides[0], bgra, stride,
-                        frame.planeWidthBytes(0), frame.height);
-    return appendVideoFrame(frame, time);
+    const int width = state_->videoEncoder ? state_->videoEncoder->width : 0;
+    const int height = state_->videoEncoder ? state_->videoEncoder->height : 0;
+    return state_->appendPicture(PictureRows{PixelLayout::bgra, width, height, {bgra}, {stride}},
+                                 time);
 }
 
 void MovieWriter::appendAudio(const float* interleaved, size_t frameCount) {
@@ -753,8 +776,10 @@ void MovieWriter::finish() {
 }
 
 AudioFileWriter::AudioFileWriter(const std::filesystem::path& path, MovieContainer container,
-                                 MovieAudioSettings settings, bool fragmented, WriterPacing pacing)
-    : writer_(path, MovieWriterSettings{container, std::nullopt, settings, fragmented, pacing}) {}
+                                 MovieAudioSettings settings, bool fragmented, WriterPacing pacing,
+                                 double fragmentInterval)
+    : writer_(path, MovieWriterSettings{container, std::nullopt, settings, fragmented, pacing,
+                                        fragmentInterval}) {}
 
 AudioFileWriter::~AudioFileWriter() = default;
 

@@ -8,8 +8,9 @@
 // encoder: when the queue is full a video frame is dropped (and counted); audio is never
 // dropped. Real-time writers also pick the faster encoder settings.
 //
-// Fragmented writing puts the index in a fragment about every second, so a file whose
-// writer dies stays readable up to its last complete fragment.
+// Fragmented writing puts the index in a fragment every `fragmentInterval` seconds (at the
+// next keyframe for video), so a file whose writer dies stays readable up to its last
+// complete fragment.
 //
 // A writer is used from one thread at a time. Failures throw MediaError with FFmpeg's
 // reason; after a failure the writer accepts nothing more. A writer destroyed without
@@ -64,6 +65,7 @@ struct MovieWriterSettings {
     std::optional<MovieAudioSettings> audio; // AAC in mov, mp4 and m4a; PCM in wav
     bool fragmented = false;                 // mov, mp4, m4a only
     WriterPacing pacing = WriterPacing::offline;
+    double fragmentInterval = 1; // seconds between fragments
 };
 
 // The container for a file name's extension (".mov", ".mp4", ".m4a", ".wav"), if any.
@@ -95,6 +97,8 @@ public:
     const std::filesystem::path& path() const;
     int64_t videoFramesWritten() const;
     int64_t droppedVideoFrames() const;
+    // A real-time writer: the most pictures that ever waited for the encoder at once.
+    int64_t videoBacklogHighWater() const;
     int64_t audioFramesWritten() const; // at the input rate
 
 private:
@@ -107,7 +111,7 @@ class AudioFileWriter {
 public:
     AudioFileWriter(const std::filesystem::path& path, MovieContainer container,
                     MovieAudioSettings settings = {}, bool fragmented = false,
-                    WriterPacing pacing = WriterPacing::offline);
+                    WriterPacing pacing = WriterPacing::offline, double fragmentInterval = 1);
     ~AudioFileWriter();
     AudioFileWriter(const AudioFileWriter&) = delete;
     AudioFileWriter& operator=(const AudioFileWriter&) = delete;
