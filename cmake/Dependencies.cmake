@@ -90,3 +90,6 @@ add_library(orvelle_pipewire INTERFACE)
 target_include_directories(orvelle_pipewire SYSTEM INTERFACE ${PIPEWIRE_INCLUDE_DIRS})
 target_compile_options(orvelle_pipewire INTERFACE ${PIPEWIRE_CFLAGS_OTHER})
 target_link_libraries(orvelle_pipewire INTERFACE ${PIPEWIRE_LINK_LIBRARIES})
+# The desktop portal is reached over the session bus with GDBus (GLib is already there for
+# Pango).
+pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-unix-2.0)

@@ -35,5 +35,7 @@ Command modelsListCommand();
 Command modelsInstallCommand();
 Command modelsVerifyCommand();
 Command modelsRemoveCommand();
+Command sourcesCommand();
+Command captureCommand();
 
 } // namespace orvelle::cli

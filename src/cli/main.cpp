@@ -48,6 +48,8 @@ std::vector<Command> allCommands() {
         modelsInstallCommand(),
         modelsVerifyCommand(),
         modelsRemoveCommand(),
+        sourcesCommand(),
+        captureCommand(),
     };
     // clang-format on
 }

@@ -27,13 +27,13 @@ public:
     virtual ShareableContent shareableContent() = 0;
     // Lets the desktop's own dialog choose a display or a window, where the desktop has
     // one; absent otherwise. Throws Error when the user declines.
-    virtual std::optional<RecorderSourceSelection> pickWithSystemPicker(RecorderCaptureMode mode) = 0;
+    virtual std::optional<RecorderSourceSelection>
+    pickWithSystemPicker(RecorderCaptureMode mode) = 0;
     // A stream of the filter's content: a display, an area of it (sourceRect, display-local
     // points) or a window. Throws Error.
-    virtual std::unique_ptr<CaptureStream> makeStream(const CaptureContentFilter& filter,
-                                                      const std::optional<CaptureRect>& sourceRect,
-                                                      const CaptureStreamConfiguration& configuration,
-                                                      CaptureStreamOutput& output) = 0;
+    virtual std::unique_ptr<CaptureStream>
+    makeStream(const CaptureContentFilter& filter, const std::optional<CaptureRect>& sourceRect,
+               const CaptureStreamConfiguration& configuration, CaptureStreamOutput& output) = 0;
     // The pointer for a capture whose frame (bottom-left global coordinates) is given. Its
     // button presses reach the main thread through `mainThread`. May come from the stream
     // itself (where the pointer travels as the stream's data).

@@ -70,8 +70,9 @@ private:
 
 } // namespace
 
-std::unique_ptr<RepeatingTimer> ExecutorRepeatingTimerFactory::start(std::chrono::nanoseconds interval,
-                                                                     std::function<void()> tick) {
+std::unique_ptr<RepeatingTimer>
+ExecutorRepeatingTimerFactory::start(std::chrono::nanoseconds interval,
+                                     std::function<void()> tick) {
     return std::make_unique<ExecutorTimer>(mainThread_, interval, std::move(tick));
 }
 

@@ -28,9 +28,9 @@ OrvelleError OrvelleError::invalidSelection(RecorderCaptureMode mode) {
 }
 
 OrvelleError OrvelleError::invalidCaptureSize(RecorderCaptureMode mode) {
-    return {OrvelleErrorCode::invalidCaptureSize,
-            "The selected " + std::string(recorderCaptureModeWord(mode)) +
-                " did not report a usable capture size."};
+    return {OrvelleErrorCode::invalidCaptureSize, "The selected " +
+                                                      std::string(recorderCaptureModeWord(mode)) +
+                                                      " did not report a usable capture size."};
 }
 
 OrvelleError OrvelleError::displayUnavailable(const std::string& name) {

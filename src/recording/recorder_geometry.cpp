@@ -129,7 +129,9 @@ CaptureRect clamped(const CaptureRect& rect, CanvasSize size) {
     const double right = std::max(rect.x, rect.x + rect.width);
     const double top = std::min(rect.y, rect.y + rect.height);
     const double bottom = std::max(rect.y, rect.y + rect.height);
-    const auto clampX = [&](double value) { return std::clamp(value, 0.0, std::max(0.0, size.width)); };
+    const auto clampX = [&](double value) {
+        return std::clamp(value, 0.0, std::max(0.0, size.width));
+    };
     const auto clampY = [&](double value) {
         return std::clamp(value, 0.0, std::max(0.0, size.height));
     };

@@ -20,8 +20,7 @@ struct DisplaySelectionTarget {
     std::string title;
     std::string subtitle; // "1920 x 1080"
 
-    friend bool operator==(const DisplaySelectionTarget&, const DisplaySelectionTarget&) =
-        default;
+    friend bool operator==(const DisplaySelectionTarget&, const DisplaySelectionTarget&) = default;
 };
 
 namespace WindowRecorderGeometry {
@@ -61,7 +60,16 @@ std::optional<CaptureDisplay> display(std::optional<uint32_t> id, const Shareabl
 
 } // namespace WindowRecorderGeometry
 
-enum class AreaResizeHandle { topLeft, top, topRight, right, bottomRight, bottom, bottomLeft, left };
+enum class AreaResizeHandle {
+    topLeft,
+    top,
+    topRight,
+    right,
+    bottomRight,
+    bottom,
+    bottomLeft,
+    left
+};
 
 // The area overlay's rectangles, in the canvas's coordinates: origin top left, y down.
 namespace AreaSelectionGeometry {
@@ -83,8 +91,7 @@ struct Delta {
 CaptureRect clamped(const CaptureRect& rect, CanvasSize size);
 // Moves the edges a handle holds by the delta; the opposite edges stay. Edges stop at the
 // minimum size and at the canvas; the canvas wins when both cannot hold.
-CaptureRect resized(const CaptureRect& rect, AreaResizeHandle handle, Delta delta,
-                    CanvasSize size);
+CaptureRect resized(const CaptureRect& rect, AreaResizeHandle handle, Delta delta, CanvasSize size);
 
 } // namespace AreaSelectionGeometry
 

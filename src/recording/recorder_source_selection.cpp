@@ -119,8 +119,7 @@ CaptureContentFilter contentFilterForRecording(const CaptureContentFilter& filte
                                                RecorderCaptureMode mode,
                                                const std::optional<CaptureDisplay>& display,
                                                std::optional<uint32_t> excludedOverlayWindowID,
-                                               const ShareableContent& content,
-                                               int32_t processID) {
+                                               const ShareableContent& content, int32_t processID) {
     if (mode != RecorderCaptureMode::display && mode != RecorderCaptureMode::area) {
         return filter;
     }
@@ -149,8 +148,7 @@ CaptureContentFilter contentFilterForRecording(const CaptureContentFilter& filte
     return rebuilt;
 }
 
-std::pair<int, int> captureDimensions(const CaptureContentFilter& filter,
-                                      RecorderCaptureMode mode,
+std::pair<int, int> captureDimensions(const CaptureContentFilter& filter, RecorderCaptureMode mode,
                                       const std::optional<CaptureRect>& sourceRect) {
     const CaptureRect rect = sourceRect.value_or(filter.contentRect);
     const double scale = filter.pointPixelScale;

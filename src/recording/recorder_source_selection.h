@@ -38,8 +38,8 @@ struct RecorderSourceSelection {
     std::optional<CaptureRect> previewFrame; // what the still shows, top-left origin
     std::optional<int32_t> owningProcessID;
 
-    friend bool operator==(const RecorderSourceSelection&, const RecorderSourceSelection&) =
-        default;
+    friend bool operator==(const RecorderSourceSelection&,
+                           const RecorderSourceSelection&) = default;
 };
 
 inline constexpr const char* kSelectedAreaTitle = "Selected Area";
@@ -71,13 +71,11 @@ CaptureContentFilter contentFilterForRecording(const CaptureContentFilter& filte
                                                RecorderCaptureMode mode,
                                                const std::optional<CaptureDisplay>& display,
                                                std::optional<uint32_t> excludedOverlayWindowID,
-                                               const ShareableContent& content,
-                                               int32_t processID);
+                                               const ShareableContent& content, int32_t processID);
 
 // Pixels of the stream: the source rectangle (else the content) times the scale, each
 // made even. Throws invalidCaptureSize(mode).
-std::pair<int, int> captureDimensions(const CaptureContentFilter& filter,
-                                      RecorderCaptureMode mode,
+std::pair<int, int> captureDimensions(const CaptureContentFilter& filter, RecorderCaptureMode mode,
                                       const std::optional<CaptureRect>& sourceRect);
 
 // The filter's content in bottom-left global coordinates, absent when empty.

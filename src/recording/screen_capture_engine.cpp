@@ -7,12 +7,11 @@
 
 namespace orvelle {
 
-PreparedScreenCapture ScreenCaptureEngine::prepare(CaptureBackend& backend,
-                                                   const RecorderSourceSelection& selection,
-                                                   const std::filesystem::path& outputURL,
-                                                   bool includeAudio,
-                                                   ScreenStreamOutput::Callbacks callbacks,
-                                                   std::optional<uint32_t> excludedOverlayWindowID) {
+PreparedScreenCapture
+ScreenCaptureEngine::prepare(CaptureBackend& backend, const RecorderSourceSelection& selection,
+                             const std::filesystem::path& outputURL, bool includeAudio,
+                             ScreenStreamOutput::Callbacks callbacks,
+                             std::optional<uint32_t> excludedOverlayWindowID, double frameRate) {
     namespace Geometry = ScreenCaptureGeometry;
     Geometry::validateSelection(selection.mode, selection.sourceRect, selection.filter);
     const ShareableContent content = backend.shareableContent();
@@ -25,8 +24,8 @@ PreparedScreenCapture ScreenCaptureEngine::prepare(CaptureBackend& backend,
     PreparedScreenCapture prepared;
     prepared.width = width;
     prepared.height = height;
-    prepared.captureFrame = selection.captureFrame ? selection.captureFrame
-                                                   : Geometry::captureFrame(filter, content);
+    prepared.captureFrame =
+        selection.captureFrame ? selection.captureFrame : Geometry::captureFrame(filter, content);
     prepared.outputURL = outputURL;
     prepared.cursorURL = CursorRecording::fileURL(outputURL);
     removeIgnoringErrors(prepared.outputURL);
@@ -40,16 +39,16 @@ PreparedScreenCapture ScreenCaptureEngine::prepare(CaptureBackend& backend,
             onReady();
         }
     };
-    prepared.output = std::make_unique<ScreenStreamOutput>(outputURL, width, height,
-                                                           includeAudio, std::move(callbacks));
+    prepared.output = std::make_unique<ScreenStreamOutput>(outputURL, width, height, includeAudio,
+                                                           std::move(callbacks), frameRate);
     CaptureStreamConfiguration configuration;
     configuration.width = width;
     configuration.height = height;
-    configuration.frameRate = 60;
+    configuration.frameRate = frameRate;
     configuration.queueDepth = 8;
     configuration.showsCursor = false;
-    prepared.stream = backend.makeStream(filter, selection.sourceRect, configuration,
-                                         *prepared.output);
+    prepared.stream =
+        backend.makeStream(filter, selection.sourceRect, configuration, *prepared.output);
     return prepared;
 }
 
@@ -59,6 +58,8 @@ void ScreenCaptureEngine::install(PreparedScreenCapture prepared) {
     active_.stream = std::move(prepared.stream);
     cursorURL_ = prepared.cursorURL;
     captureFrame_ = prepared.captureFrame;
+    width_ = prepared.width;
+    height_ = prepared.height;
     readinessGate_ = std::move(prepared.readinessGate);
     recordedSegments_.clear();
 }
@@ -79,17 +80,21 @@ void ScreenCaptureEngine::armWriting() {
     }
 }
 
-void ScreenCaptureEngine::startCursorRecording(std::unique_ptr<PointerSource> pointer,
+void ScreenCaptureEngine::startCursorRecording(CaptureBackend& backend, Executor& mainThread,
                                                RecorderClock& clock,
                                                RepeatingTimerFactory& timers) {
-    if (!captureFrame_ || !pointer) {
+    if (!captureFrame_ || !active_.stream) {
         return;
     }
-    active_.pointerSource = std::move(pointer);
+    active_.pointerSource =
+        backend.makePointerSource(mainThread, *active_.stream, *captureFrame_, width_, height_);
+    if (!active_.pointerSource) {
+        return;
+    }
     const CaptureRect& frame = *captureFrame_;
-    active_.cursorRecorder = std::make_unique<CursorRecorder>(
-        CodableRect{frame.x, frame.y, frame.width, frame.height}, cursorURL_,
-        *active_.pointerSource, clock, timers);
+    active_.cursorRecorder =
+        std::make_unique<CursorRecorder>(CodableRect{frame.x, frame.y, frame.width, frame.height},
+                                         cursorURL_, *active_.pointerSource, clock, timers);
     active_.cursorRecorder->start();
 }
 

@@ -54,19 +54,23 @@ public:
     // called. Throws OrvelleError or the backend's Error.
     static PreparedScreenCapture prepare(CaptureBackend& backend,
                                          const RecorderSourceSelection& selection,
-                                         const std::filesystem::path& outputURL,
-                                         bool includeAudio,
+                                         const std::filesystem::path& outputURL, bool includeAudio,
                                          ScreenStreamOutput::Callbacks callbacks,
-                                         std::optional<uint32_t> excludedOverlayWindowID = {});
+                                         std::optional<uint32_t> excludedOverlayWindowID = {},
+                                         double frameRate = 60);
 
     void install(PreparedScreenCapture prepared);
     // Starts the stream; frames flow but are not written until the writer is armed.
     void startCapture();
+    // Pictures the stream could not deliver, and the writer's own figures.
+    int64_t skippedFrames() const { return active_.stream ? active_.stream->skippedFrames() : 0; }
+
     // Waits up to the time-out for the first usable frame; false on time-out.
     bool waitUntilReady(std::chrono::nanoseconds timeout);
     void armWriting();
-    // Starts pointer data over the pointer source, on the main thread's executor.
-    void startCursorRecording(std::unique_ptr<PointerSource> pointer, RecorderClock& clock,
+    // Starts pointer data from the backend's pointer (its presses reach the recorder
+    // through `mainThread`); nothing without a capture frame or a pointer.
+    void startCursorRecording(CaptureBackend& backend, Executor& mainThread, RecorderClock& clock,
                               RepeatingTimerFactory& timers);
 
     // The program end, absent without a writer. The stream runs on; its frames are
@@ -91,6 +95,8 @@ private:
     ActiveScreenCapture active_;
     std::filesystem::path cursorURL_;
     std::optional<CaptureRect> captureFrame_;
+    int width_ = 0;
+    int height_ = 0;
     std::shared_ptr<CaptureReadinessGate> readinessGate_;
     std::vector<RecordedMediaSegment> recordedSegments_;
 };

@@ -13,6 +13,9 @@ namespace orvelle {
 
 namespace {
 
+// x264's constant quality for screen pictures: text stays sharp when the editor zooms in,
+// and a still screen costs almost nothing.
+constexpr int kScreenQuality = 20;
 constexpr int kSystemAudioRate = 48000;
 constexpr int kSystemAudioChannels = 2;
 
@@ -22,20 +25,22 @@ double monotonicNow() {
 }
 
 double endTime(double presentationTime, double duration) {
-    return std::isfinite(duration) && duration > 0 ? presentationTime + duration
-                                                   : presentationTime;
+    return std::isfinite(duration) && duration > 0 ? presentationTime + duration : presentationTime;
 }
 
 } // namespace
 
-MovieWriterSettings screenMovieSettings(int width, int height, bool includeAudio) {
+MovieWriterSettings screenMovieSettings(int width, int height, bool includeAudio,
+                                        double frameRate) {
     MovieVideoSettings video;
     video.codec = VideoCodec::h264High;
     video.width = width;
     video.height = height;
-    video.frameRate = 60;
-    video.keyframeInterval = 60;
+    video.frameRate = frameRate;
+    // A keyframe a second keeps seeking in the editor cheap.
+    video.keyframeInterval = std::max(1, static_cast<int>(std::lround(frameRate)));
     video.speed = EncoderSpeed::fastest;
+    video.constantQuality = kScreenQuality;
     MovieWriterSettings settings;
     settings.container = MovieContainer::mov;
     settings.video = video;
@@ -75,10 +80,11 @@ std::filesystem::path screenSegmentURL(const std::filesystem::path& firstURL, in
 class ScreenSegment {
 public:
     ScreenSegment(std::filesystem::path segmentURL, double start, int width, int height,
-                  bool includeAudio)
+                  bool includeAudio, double frameRate)
         : url(std::move(segmentURL)), programStart(start), hasAudio(includeAudio) {
         removeIgnoringErrors(url);
-        writer = std::make_unique<MovieWriter>(url, screenMovieSettings(width, height, includeAudio));
+        writer = std::make_unique<MovieWriter>(
+            url, screenMovieSettings(width, height, includeAudio, frameRate));
     }
 
     void startIfNeeded(const CapturedVideoFrame& frame) {
@@ -90,11 +96,13 @@ public:
         started = true;
     }
 
-    // False when the writer had no room for the frame: it is dropped, not reported.
-    bool appendVideo(const CapturedVideoFrame& frame) {
+    // False when the writer had no room for the frame: it is dropped, not reported. The
+    // writer holds the stream's buffer until it has encoded it: no copy is made.
+    bool appendVideo(const CapturedVideoFrameRef& held) {
+        const CapturedVideoFrame& frame = *held;
         startIfNeeded(frame);
-        const bool appended = writer->appendVideoFrame(
-            frame.pixels, frame.stride, frame.presentationTime - *firstPresentationTime);
+        const bool appended = writer->appendLentVideoFrame(
+            held, frame.pixels, frame.stride, frame.presentationTime - *firstPresentationTime);
         if (appended) {
             lastPresentationEndTime = endTime(frame.presentationTime, frame.duration);
             didAppendVideo = true;
@@ -162,10 +170,10 @@ public:
     int64_t backlogHighWater = 0;
 };
 
-ScreenStreamOutput::ScreenStreamOutput(std::filesystem::path firstOutputURL, int width,
-                                       int height, bool includeAudio, Callbacks callbacks)
+ScreenStreamOutput::ScreenStreamOutput(std::filesystem::path firstOutputURL, int width, int height,
+                                       bool includeAudio, Callbacks callbacks, double frameRate)
     : firstOutputURL_(std::move(firstOutputURL)), width_(width), height_(height),
-      includeAudio_(includeAudio), callbacks_(std::move(callbacks)) {}
+      includeAudio_(includeAudio), callbacks_(std::move(callbacks)), frameRate_(frameRate) {}
 
 ScreenStreamOutput::~ScreenStreamOutput() {
     sampleQueue_.sync([this] {
@@ -181,7 +189,7 @@ ScreenStreamOutput::~ScreenStreamOutput() {
 }
 
 void ScreenStreamOutput::streamDidOutputVideoFrame(CapturedVideoFrameRef frame) {
-    sampleQueue_.post([this, frame = std::move(frame)] { handleVideo(*frame); });
+    sampleQueue_.post([this, frame = std::move(frame)] { handleVideo(frame); });
 }
 
 void ScreenStreamOutput::streamDidOutputAudio(const CapturedAudio& audio) {
@@ -192,7 +200,8 @@ void ScreenStreamOutput::streamDidStop(const std::string& errorMessage) {
     sampleQueue_.post([this, errorMessage] { fail(errorMessage); });
 }
 
-void ScreenStreamOutput::handleVideo(const CapturedVideoFrame& frame) {
+void ScreenStreamOutput::handleVideo(const CapturedVideoFrameRef& held) {
+    const CapturedVideoFrame& frame = *held;
     if (isCancelled_ || failed_) {
         return;
     }
@@ -220,7 +229,7 @@ void ScreenStreamOutput::handleVideo(const CapturedVideoFrame& frame) {
     }
     bool appended = false;
     try {
-        appended = segment->appendVideo(frame);
+        appended = segment->appendVideo(held);
     } catch (const std::exception& error) {
         fail(error.what());
         return;
@@ -259,7 +268,7 @@ ScreenSegment* ScreenStreamOutput::activeSegmentForWriting() {
     try {
         activeSegment_ = std::make_unique<ScreenSegment>(
             screenSegmentURL(firstOutputURL_, nextSegmentIndex_), nextProgramStart_, width_,
-            height_, includeAudio_);
+            height_, includeAudio_, frameRate_);
         ++nextSegmentIndex_;
     } catch (const std::exception& error) {
         fail(error.what());
@@ -380,9 +389,8 @@ ScreenStreamStatistics ScreenStreamOutput::statistics() {
     sampleQueue_.sync([&] {
         statistics = statistics_;
         if (activeSegment_ && activeSegment_->writer) {
-            statistics.writerBacklogHighWater =
-                std::max(statistics.writerBacklogHighWater,
-                         activeSegment_->writer->videoBacklogHighWater());
+            statistics.writerBacklogHighWater = std::max(
+                statistics.writerBacklogHighWater, activeSegment_->writer->videoBacklogHighWater());
         }
     });
     return statistics;

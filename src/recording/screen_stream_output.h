@@ -30,7 +30,8 @@ namespace orvelle {
 
 // How the screen track is encoded: H.264 in a fragmented QuickTime movie, paced for real
 // time. The figures behind the choice are in docs/capture.md.
-MovieWriterSettings screenMovieSettings(int width, int height, bool includeAudio);
+MovieWriterSettings screenMovieSettings(int width, int height, bool includeAudio,
+                                        double frameRate = 60);
 
 // A frame passes the status filter when its status is complete, idle or started, or when
 // it reports none; blank, suspended and anything later are dropped.
@@ -43,9 +44,9 @@ std::filesystem::path screenSegmentURL(const std::filesystem::path& firstURL, in
 class ScreenSegment;
 
 struct ScreenStreamStatistics {
-    int64_t framesReceived = 0;      // good frames while armed and accepting
-    int64_t framesWritten = 0;       // handed to the encoder
-    int64_t framesDroppedByWriter = 0; // the encoder's queue was full
+    int64_t framesReceived = 0;         // good frames while armed and accepting
+    int64_t framesWritten = 0;          // handed to the encoder
+    int64_t framesDroppedByWriter = 0;  // the encoder's queue was full
     int64_t writerBacklogHighWater = 0; // most pictures that ever waited for the encoder
     double maxDeliveryDelay = 0;        // seconds from capture to the sample queue, worst
 };
@@ -53,9 +54,9 @@ struct ScreenStreamStatistics {
 class ScreenStreamOutput final : public CaptureStreamOutput {
 public:
     struct Callbacks {
-        std::function<void()> onReadyFrame;          // once, first usable frame, armed or not
-        std::function<void(Date)> onFirstFrame;      // once, first frame written
-        std::function<void(std::string)> onFailure;  // once
+        std::function<void()> onReadyFrame;         // once, first usable frame, armed or not
+        std::function<void(Date)> onFirstFrame;     // once, first frame written
+        std::function<void(std::string)> onFailure; // once
     };
 
     struct FinishResult {
@@ -64,7 +65,7 @@ public:
     };
 
     ScreenStreamOutput(std::filesystem::path firstOutputURL, int width, int height,
-                       bool includeAudio, Callbacks callbacks);
+                       bool includeAudio, Callbacks callbacks, double frameRate = 60);
     // Waits for the queued blocks; an open segment is closed as far as it got.
     ~ScreenStreamOutput() override;
     ScreenStreamOutput(const ScreenStreamOutput&) = delete;
@@ -92,7 +93,7 @@ public:
     const std::filesystem::path& firstOutputURL() const { return firstOutputURL_; }
 
 private:
-    void handleVideo(const CapturedVideoFrame& frame);
+    void handleVideo(const CapturedVideoFrameRef& frame);
     void handleAudio(const CapturedAudio& audio);
     ScreenSegment* activeSegmentForWriting();
     // Returns nextProgramStart afterwards, or the segment's error.
@@ -104,6 +105,7 @@ private:
     int height_;
     bool includeAudio_;
     Callbacks callbacks_;
+    double frameRate_;
 
     // The sample queue's state.
     bool writingArmed_ = false;

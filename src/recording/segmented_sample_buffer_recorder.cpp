@@ -13,8 +13,7 @@ namespace orvelle {
 namespace {
 
 double endTime(double presentationTime, double duration) {
-    return std::isfinite(duration) && duration > 0 ? presentationTime + duration
-                                                   : presentationTime;
+    return std::isfinite(duration) && duration > 0 ? presentationTime + duration : presentationTime;
 }
 
 } // namespace
@@ -96,8 +95,8 @@ void VideoSegment::append(const Sample& sample) {
                     std::to_string(height_) + " to " + std::to_string(sample->width) + "x" +
                     std::to_string(sample->height) + " during the recording.");
     }
-    if (writer_->appendVideoFrame(sample->pixels, sample->stride,
-                                  sample->presentationTime - *firstPresentationTime_)) {
+    if (writer_->appendLentVideoFrame(sample, sample->pixels, sample->stride,
+                                      sample->presentationTime - *firstPresentationTime_)) {
         lastPresentationEndTime_ = endTime(sample->presentationTime, sample->duration);
         didAppendSamples_ = true;
     }
@@ -257,8 +256,8 @@ void SegmentedSampleBufferRecorder<Segment>::finishActiveSegment(std::optional<d
         recorded.kind = kind_;
         recorded.url = segment->url();
         recorded.programStart = segment->programStart();
-        recorded.duration = programEnd ? std::max(0.0, *programEnd - segment->programStart())
-                                       : media.mediaDuration;
+        recorded.duration =
+            programEnd ? std::max(0.0, *programEnd - segment->programStart()) : media.mediaDuration;
         recorded.mediaStart = 0;
         recorded.mediaDuration = media.mediaDuration;
         recorded.width = media.width;

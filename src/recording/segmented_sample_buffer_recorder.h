@@ -24,7 +24,11 @@
 
 namespace orvelle {
 
-enum class RecordingSegmentWriterErrorCode { cannotAddWriterInput, cannotStartWriter, missingPixelBuffer };
+enum class RecordingSegmentWriterErrorCode {
+    cannotAddWriterInput,
+    cannotStartWriter,
+    missingPixelBuffer
+};
 
 class RecordingSegmentWriterError : public CodedError<RecordingSegmentWriterErrorCode> {
 public:

@@ -16,11 +16,13 @@ namespace Area = AreaSelectionGeometry;
 ShareableContent twoDisplays() {
     ShareableContent content;
     content.screenHeight = 1200;
-    content.displays = {{11, "Left", {0, 0, 1920, 1200}, 1}, {22, "Right", {1920, 0, 1920, 1080}, 1}};
-    content.windows = {{101, "Editor", "Code", "", 400, {100, 100, 800, 600}},
-                       {102, "Orvelle", "Orvelle", "", 77, {2000, 50, 300, 200}},
-                       {103, "Recorder", "Orvelle", "OrvelleRecorderWindow", 77, {10, 10, 200, 100}},
-                       {104, "Orvelle", "Other", "", 900, {0, 0, 50, 50}}};
+    content.displays = {{11, "Left", {0, 0, 1920, 1200}, 1},
+                        {22, "Right", {1920, 0, 1920, 1080}, 1}};
+    content.windows = {
+        {101, "Editor", "Code", "", 400, {100, 100, 800, 600}},
+        {102, "Orvelle", "Orvelle", "", 77, {2000, 50, 300, 200}},
+        {103, "Recorder", "Orvelle", "OrvelleRecorderWindow", 77, {10, 10, 200, 100}},
+        {104, "Orvelle", "Other", "", 900, {0, 0, 50, 50}}};
     return content;
 }
 
@@ -28,8 +30,16 @@ TEST(EvenDimension, RoundsUpToAnEvenSizeOfAtLeastSixteen) {
     const struct {
         double value;
         int expected;
-    } cases[] = {{15.2, 16}, {100.2, 102}, {101, 102}, {100, 100}, {16, 16}, {17, 18},
-                 {0, 16},    {-5, 16},     {1919.01, 1920}, {std::nan(""), 16},
+    } cases[] = {{15.2, 16},
+                 {100.2, 102},
+                 {101, 102},
+                 {100, 100},
+                 {16, 16},
+                 {17, 18},
+                 {0, 16},
+                 {-5, 16},
+                 {1919.01, 1920},
+                 {std::nan(""), 16},
                  {std::numeric_limits<double>::infinity(), 16}};
     for (const auto& c : cases) {
         EXPECT_EQ(Geometry::evenDimension(c.value), c.expected) << c.value;
@@ -55,8 +65,8 @@ TEST(DisplayLookup, FindsByIdThenExactFrameThenLargestOverlap) {
 
     EXPECT_EQ(Geometry::display(std::nullopt, content, CaptureRect{3000, 500, 100, 100})->id, 22U);
     EXPECT_FALSE(Geometry::display(std::nullopt, content, CaptureRect{5000, 0, 10, 10}));
-    EXPECT_FALSE(Geometry::display(std::optional<uint32_t>(99), content,
-                                   CaptureRect{0, 0, 100, 100}));
+    EXPECT_FALSE(
+        Geometry::display(std::optional<uint32_t>(99), content, CaptureRect{0, 0, 100, 100}));
     EXPECT_DOUBLE_EQ(Geometry::overlapArea({0, 0, 10, 10}, {5, 5, 10, 10}), 25);
     EXPECT_DOUBLE_EQ(Geometry::overlapArea({0, 0, 10, 10}, {20, 0, 10, 10}), 0);
 }
@@ -108,13 +118,13 @@ TEST(AreaResize, MovesTheHandlesEdgesWithinMinimumAndCanvas) {
         Area::Delta delta;
         CaptureRect expected;
     } cases[] = {
-        {H::right, {50, 99}, {200, 200, 350, 200}},     // only x moves
+        {H::right, {50, 99}, {200, 200, 350, 200}}, // only x moves
         {H::bottom, {99, 40}, {200, 200, 300, 240}},
         {H::topLeft, {-20, -30}, {180, 170, 320, 230}},
         {H::bottomRight, {-1000, -1000}, {200, 200, 96, 72}}, // stops at the minimum
         {H::left, {1000, 0}, {404, 200, 96, 200}},            // does not cross the right edge
         {H::top, {0, 500}, {200, 328, 300, 72}},
-        {H::topRight, {900, -900}, {200, 0, 800, 400}},       // stops at the canvas
+        {H::topRight, {900, -900}, {200, 0, 800, 400}}, // stops at the canvas
         {H::bottomLeft, {-900, 900}, {0, 200, 500, 600}},
     };
     for (const auto& c : cases) {
@@ -165,9 +175,10 @@ TEST(SourceSelection, DisplayWindowAndAreaSelectionsCarryTheirGeometry) {
               "Display 5 is no longer available to record.");
     EXPECT_EQ(failureOf([&] { displaySelection(ShareableContent{}, 5); }),
               "No displays are available to record.");
-    EXPECT_EQ(failureOf([&] { windowSelection(content, 5); }),
-              "Choose a single window to record.");
-    EXPECT_EQ(failureOf([&] { areaSelection(content, {5000, 0, 100, 100}); }),
+    EXPECT_EQ(failureOf([&] { windowSelection(content, 5); }), "Choose a single window to record.");
+    EXPECT_EQ(failureOf([&] {
+                  areaSelection(content, {5000, 0, 100, 100});
+              }),
               "Choose a single area to record.");
 }
 
@@ -192,7 +203,8 @@ TEST(CaptureGeometry, ModesFiltersAndSizesMustAgree) {
                  {M::area, std::nullopt, display.filter, false}};
     for (const auto& c : cases) {
         if (c.valid) {
-            EXPECT_NO_THROW(ScreenCaptureGeometry::validateSelection(c.mode, c.sourceRect, c.filter));
+            EXPECT_NO_THROW(
+                ScreenCaptureGeometry::validateSelection(c.mode, c.sourceRect, c.filter));
         } else {
             EXPECT_THROW(ScreenCaptureGeometry::validateSelection(c.mode, c.sourceRect, c.filter),
                          OrvelleError);

@@ -22,17 +22,22 @@ constexpr int kHeight = 96;
 constexpr double kFrame = 1.0 / 60;
 
 // A frame numbered `number` (read back from the movie), captured at `time`.
-CapturedVideoFrameRef numberedFrame(int number, double time,
-                                    std::optional<int> status = static_cast<int>(
-                                        CaptureFrameStatus::complete)) {
+CapturedVideoFrameRef
+numberedFrame(int number, double time,
+              std::optional<int> status = static_cast<int>(CaptureFrameStatus::complete)) {
     struct Owned {
         VideoFrame picture;
         CapturedVideoFrame frame;
     };
     auto owned = std::make_shared<Owned>();
     testing::paintNumberedFrame(owned->picture, number, kWidth, kHeight);
-    owned->frame = {owned->picture.planes[0].data(), owned->picture.strides[0], kWidth, kHeight,
-                    time, kFrame, status};
+    owned->frame = {owned->picture.planes[0].data(),
+                    owned->picture.strides[0],
+                    kWidth,
+                    kHeight,
+                    time,
+                    kFrame,
+                    status};
     return {owned, &owned->frame};
 }
 
@@ -64,8 +69,7 @@ protected:
     void deliver(ScreenStreamOutput& output, int number, int count, double time) {
         auto due = std::chrono::steady_clock::now();
         for (int index = 0; index < count; ++index) {
-            output.streamDidOutputVideoFrame(
-                numberedFrame(number + index, time + index * kFrame));
+            output.streamDidOutputVideoFrame(numberedFrame(number + index, time + index * kFrame));
             due += std::chrono::microseconds(16667);
             std::this_thread::sleep_until(due);
         }
@@ -124,7 +128,7 @@ TEST_F(ScreenWriting, BlankAndSuspendedFramesNeverOpenASegment) {
     const struct {
         std::optional<int> status;
         bool written;
-    } cases[] = {{std::nullopt, true}, {0, true}, {1, true}, {4, true},
+    } cases[] = {{std::nullopt, true}, {0, true},  {1, true},  {4, true},
                  {2, false},           {3, false}, {5, false}, {9, false}};
     for (const auto& c : cases) {
         EXPECT_EQ(shouldWrite(c.status), c.written) << c.status.value_or(-1);
@@ -236,7 +240,7 @@ TEST_F(ScreenWriting, SystemAudioStartsWithTheFirstPictureAndFollowsIt) {
         audio.presentationTime = time;
         output->streamDidOutputAudio(audio);
     };
-    audioAt(0.5);      // before any segment: dropped
+    audioAt(0.5); // before any segment: dropped
     deliver(*output, 0, 60, 1.0);
     // A second of sound from 1.0 on, with a 0.2 s hole after its first half.
     for (double time = 1.0; time < 1.5; time += 0.1) {

@@ -30,8 +30,13 @@ CapturedVideoFrameRef cameraFrame(int number, double time, int width = 320, int 
     };
     auto owned = std::make_shared<Owned>();
     testing::paintNumberedFrame(owned->picture, number, width, height);
-    owned->frame = {owned->picture.planes[0].data(), owned->picture.strides[0], width, height,
-                    time, 1.0 / 30, std::nullopt};
+    owned->frame = {owned->picture.planes[0].data(),
+                    owned->picture.strides[0],
+                    width,
+                    height,
+                    time,
+                    1.0 / 30,
+                    std::nullopt};
     return {owned, &owned->frame};
 }
 
@@ -72,8 +77,7 @@ protected:
 };
 
 TEST_F(SideTrackWriting, MicrophoneRunsBecomeNumberedFilesOnTheScreensClock) {
-    auto microphone =
-        make<AudioSegment>(Kind::microphone, "com.tolvanic.orvelle.segmented-m4a");
+    auto microphone = make<AudioSegment>(Kind::microphone, "com.tolvanic.orvelle.segmented-m4a");
     // A run without samples leaves no file, yet uses its number.
     EXPECT_EQ(microphone->startSegment(0), folder_ / "Take-microphone-001.m4a");
     microphone->finishActiveSegment(0.5);

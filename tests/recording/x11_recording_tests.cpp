@@ -32,8 +32,8 @@ protected:
             std::vector<std::string>{"--geometry", "640x360+200+100", "--title", "Counter",
                                      "--ready", (folder_ / "ready").string()},
             x_.environment());
-        ASSERT_TRUE(testing::waitUntil(
-            [&] { return std::filesystem::exists(folder_ / "ready"); }, 20s));
+        ASSERT_TRUE(
+            testing::waitUntil([&] { return std::filesystem::exists(folder_ / "ready"); }, 20s));
         std::ifstream(folder_ / "ready") >> window_;
         backend_ = makeX11CaptureBackend(x_.display());
     }
@@ -41,15 +41,12 @@ protected:
     void start(const RecorderSourceSelection& selection) {
         ScreenStreamOutput::Callbacks callbacks;
         callbacks.onFailure = [this](std::string message) { failure_ = std::move(message); };
-        engine_.install(ScreenCaptureEngine::prepare(*backend_, selection, movie_, false,
-                                                     callbacks));
+        engine_.install(
+            ScreenCaptureEngine::prepare(*backend_, selection, movie_, false, callbacks));
         engine_.startCapture();
         EXPECT_TRUE(engine_.waitUntilReady(2s));
         engine_.armWriting();
-        engine_.startCursorRecording(
-            backend_->makePointerSource(mainThread_, *engine_.stream(), *selection.captureFrame,
-                                        0, 0),
-            clock_, timers_);
+        engine_.startCursorRecording(*backend_, mainThread_, clock_, timers_);
     }
     // Runs the main thread for a while, with `action` (xdotool, say) on another thread.
     void run(std::chrono::milliseconds duration, const std::function<void()>& action = {}) {
@@ -60,8 +57,8 @@ protected:
         const auto until = std::chrono::steady_clock::now() + duration;
         for (auto now = std::chrono::steady_clock::now(); now < until;
              now = std::chrono::steady_clock::now()) {
-            mainThread_.runFor(
-                std::chrono::duration_cast<std::chrono::milliseconds>(until - now) + 1ms);
+            mainThread_.runFor(std::chrono::duration_cast<std::chrono::milliseconds>(until - now) +
+                               1ms);
         }
         if (worker.joinable()) {
             worker.join();
@@ -95,7 +92,8 @@ protected:
 
 TEST_F(RecordingAnX11Desktop, ADisplayMovieHasTheScreensSizeRateAndPicturesWithoutThePointer) {
     x_.xdotool({"mousemove", "700", "400"}); // over the painter's background
-    start(displaySelection(backend_->shareableContent(), backend_->shareableContent().displays[0].id));
+    start(displaySelection(backend_->shareableContent(),
+                           backend_->shareableContent().displays[0].id));
     run(1500ms);
     const auto result = stop();
     ASSERT_EQ(result.screenSegments.size(), 1U);
@@ -140,8 +138,8 @@ TEST_F(RecordingAnX11Desktop, AnAreaOfOddSizeComesOutEven) {
     ASSERT_EQ(result.screenSegments.size(), 1U);
     EXPECT_EQ(result.screenSegments[0].width, 402);
     EXPECT_EQ(result.screenSegments[0].height, 204);
-    const auto counters = testing::readPainterCounters(movie_, 10 + painter::kMargin,
-                                                       10 + painter::kMargin);
+    const auto counters =
+        testing::readPainterCounters(movie_, 10 + painter::kMargin, 10 + painter::kMargin);
     ASSERT_FALSE(counters.empty());
     EXPECT_TRUE(counters.back().counter.has_value());
     const auto probe = probeMediaFile(movie_);
@@ -160,8 +158,7 @@ TEST_F(RecordingAnX11Desktop, AWindowMovieFollowsItsWindow) {
     const auto result = stop();
     ASSERT_EQ(result.screenSegments.size(), 1U);
     EXPECT_EQ(result.screenSegments[0].width, 640);
-    const auto counters =
-        testing::readPainterCounters(movie_, painter::kMargin, painter::kMargin);
+    const auto counters = testing::readPainterCounters(movie_, painter::kMargin, painter::kMargin);
     size_t readable = 0;
     for (const auto& seen : counters) {
         readable += seen.counter ? 1 : 0;
@@ -172,7 +169,8 @@ TEST_F(RecordingAnX11Desktop, AWindowMovieFollowsItsWindow) {
 }
 
 TEST_F(RecordingAnX11Desktop, PausedRunsAreNumberedSegmentsWhoseProgramTimesAddUp) {
-    start(displaySelection(backend_->shareableContent(), backend_->shareableContent().displays[0].id));
+    start(displaySelection(backend_->shareableContent(),
+                           backend_->shareableContent().displays[0].id));
     run(700ms);
     const auto programEnd = engine_.pause();
     ASSERT_TRUE(programEnd);
@@ -228,9 +226,8 @@ TEST_F(RecordingAnX11Desktop, ClicksLandInThePointerDataAtTheirPlaceInTheFrame) 
     };
     EXPECT_TRUE(sampledAt(0.5, 0.5));
     EXPECT_TRUE(sampledAt(0.125, 0.25));
-    EXPECT_TRUE(std::any_of(pointer.samples.begin(), pointer.samples.end(), [](const auto& s) {
-        return !s.visible && s.x == 1 && s.y == 1;
-    }));
+    EXPECT_TRUE(std::any_of(pointer.samples.begin(), pointer.samples.end(),
+                            [](const auto& s) { return !s.visible && s.x == 1 && s.y == 1; }));
 }
 
 } // namespace

@@ -15,9 +15,9 @@
 
 #include "painter_layout.h"
 
-#include <xcb/xcb.h>
-
 #include <time.h>
+#include <unistd.h>
+#include <xcb/xcb.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -26,7 +26,6 @@
 #include <cstring>
 #include <fstream>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -54,8 +53,8 @@ Options parse(int argc, char** argv) {
         const std::string key = argv[index];
         const std::string value = argv[index + 1];
         if (key == "--geometry") {
-            std::sscanf(value.c_str(), "%dx%d+%d+%d", &options.width, &options.height,
-                        &options.x, &options.y);
+            std::sscanf(value.c_str(), "%dx%d+%d+%d", &options.width, &options.height, &options.x,
+                        &options.y);
         } else if (key == "--title") {
             options.title = value;
         } else if (key == "--class") {
@@ -79,7 +78,8 @@ Options parse(int argc, char** argv) {
 xcb_atom_t atom(xcb_connection_t* c, const char* name) {
     auto* reply = xcb_intern_atom_reply(
         c, xcb_intern_atom(c, 0, static_cast<uint16_t>(std::strlen(name)), name), nullptr);
-    const xcb_atom_t value = reply != nullptr ? reply->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
+    const xcb_atom_t value =
+        reply != nullptr ? reply->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
     std::free(reply);
     return value;
 }
@@ -114,11 +114,12 @@ int main(int argc, char** argv) {
         return 1;
     }
     xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
-    const uint32_t background = pixel(orvelle::painter::kBackgroundRed, orvelle::painter::kBackgroundGreen,
-                                      orvelle::painter::kBackgroundBlue);
+    const uint32_t background =
+        pixel(orvelle::painter::kBackgroundRed, orvelle::painter::kBackgroundGreen,
+              orvelle::painter::kBackgroundBlue);
     const xcb_window_t window = xcb_generate_id(c);
-    const uint32_t values[] = {background, XCB_EVENT_MASK_EXPOSURE |
-                                               XCB_EVENT_MASK_STRUCTURE_NOTIFY};
+    const uint32_t values[] = {background,
+                               XCB_EVENT_MASK_EXPOSURE | XCB_EVENT_MASK_STRUCTURE_NOTIFY};
     xcb_create_window(c, XCB_COPY_FROM_PARENT, window, screen->root,
                       static_cast<int16_t>(options.x), static_cast<int16_t>(options.y),
                       static_cast<uint16_t>(options.width), static_cast<uint16_t>(options.height),
@@ -127,15 +128,15 @@ int main(int argc, char** argv) {
     const xcb_atom_t utf8 = atom(c, "UTF8_STRING");
     setText(c, window, XCB_ATOM_WM_NAME, XCB_ATOM_STRING, options.title);
     setText(c, window, atom(c, "_NET_WM_NAME"), utf8, options.title);
-    const std::string wmClass = "painter" + std::string(1, '\0') + options.className +
-                                std::string(1, '\0');
+    const std::string wmClass =
+        "painter" + std::string(1, '\0') + options.className + std::string(1, '\0');
     setText(c, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, wmClass);
     if (!options.role.empty()) {
         setText(c, window, atom(c, "WM_WINDOW_ROLE"), XCB_ATOM_STRING, options.role);
     }
     const uint32_t pid = static_cast<uint32_t>(getpid());
-    xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, atom(c, "_NET_WM_PID"),
-                        XCB_ATOM_CARDINAL, 32, 1, &pid);
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, atom(c, "_NET_WM_PID"), XCB_ATOM_CARDINAL,
+                        32, 1, &pid);
     xcb_map_window(c, window);
     xcb_flush(c);
 
@@ -145,8 +146,7 @@ int main(int argc, char** argv) {
     xcb_pixmap_t back = 0;
     if (scroll) {
         back = xcb_generate_id(c);
-        xcb_create_pixmap(c, screen->root_depth, back, window,
-                          static_cast<uint16_t>(options.width),
+        xcb_create_pixmap(c, screen->root_depth, back, window, static_cast<uint16_t>(options.width),
                           static_cast<uint16_t>(options.height));
     }
     const auto fill = [&](xcb_drawable_t target, uint32_t colour,
@@ -165,9 +165,9 @@ int main(int argc, char** argv) {
                 }
             }
         }
-        xcb_put_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, target, gc,
-                      static_cast<uint16_t>(stripWidth), kBlock, kMargin, kMargin, 0,
-                      screen->root_depth, static_cast<uint32_t>(strip.size() * 4),
+        xcb_put_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, target, gc, static_cast<uint16_t>(stripWidth),
+                      kBlock, kMargin, kMargin, 0, screen->root_depth,
+                      static_cast<uint32_t>(strip.size() * 4),
                       reinterpret_cast<const uint8_t*>(strip.data()));
     };
 
@@ -197,7 +197,8 @@ int main(int argc, char** argv) {
         const auto counter = static_cast<uint32_t>(tick);
         if (scroll) {
             fill(back, 0xffffffU,
-                 {{0, 0, static_cast<uint16_t>(options.width), static_cast<uint16_t>(options.height)}});
+                 {{0, 0, static_cast<uint16_t>(options.width),
+                   static_cast<uint16_t>(options.height)}});
             words.clear();
             const int offset = static_cast<int>(tick * 3);
             const int lineHeight = 20;
@@ -219,7 +220,8 @@ int main(int argc, char** argv) {
             const int phase = static_cast<int>((tick * 7) % (2 * span));
             const int boxX = phase < span ? phase : 2 * span - phase;
             const int boxY = options.height / 2 - 60;
-            fill(back, pixel(230, 80, 60), {{static_cast<int16_t>(boxX), static_cast<int16_t>(boxY), 200, 120}});
+            fill(back, pixel(230, 80, 60),
+                 {{static_cast<int16_t>(boxX), static_cast<int16_t>(boxY), 200, 120}});
             putCounter(back, counter);
             xcb_copy_area(c, back, window, gc, 0, 0, 0, 0, static_cast<uint16_t>(options.width),
                           static_cast<uint16_t>(options.height));

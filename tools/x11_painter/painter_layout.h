@@ -7,8 +7,8 @@
 namespace orvelle::painter {
 
 inline constexpr int kCounterBits = 12;
-inline constexpr int kBlock = 24;  // pixels a side
-inline constexpr int kMargin = 8;  // from the window's left and top edges
+inline constexpr int kBlock = 24; // pixels a side
+inline constexpr int kMargin = 8; // from the window's left and top edges
 // The background, as red, green and blue.
 inline constexpr int kBackgroundRed = 40;
 inline constexpr int kBackgroundGreen = 120;

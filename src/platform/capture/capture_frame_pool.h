@@ -41,12 +41,12 @@ public:
 
     // Lends the acquired buffer as a frame; `frame.pixels` should point into it. The pool
     // is kept alive by the frame.
-    static CapturedVideoFrameRef lend(const std::shared_ptr<CaptureFramePool>& pool,
-                                      size_t index, CapturedVideoFrame frame);
+    static CapturedVideoFrameRef lend(const std::shared_ptr<CaptureFramePool>& pool, size_t index,
+                                      CapturedVideoFrame frame);
 
 private:
     std::vector<Buffer> buffers_;
-    std::mutex mutex_;      // guards free_
+    std::mutex mutex_; // guards free_
     std::vector<bool> free_;
 };
 

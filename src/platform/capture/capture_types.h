@@ -44,7 +44,7 @@ struct CaptureWindow {
     uint32_t id = 0;
     std::string title;
     std::string application;
-    std::string role; // the program's own name for the window, where it gives one
+    std::string role;      // the program's own name for the window, where it gives one
     int32_t processID = 0; // 0 when the window does not say
     CaptureRect frame;
 
@@ -135,9 +135,7 @@ public:
     virtual int64_t skippedFrames() const = 0;
     // Where the pointer is, for streams that carry it as data beside the pictures (absent
     // for others, and while the stream has not said). Thread-safe.
-    virtual std::optional<CapturedPointerPosition> pointerPosition() const {
-        return std::nullopt;
-    }
+    virtual std::optional<CapturedPointerPosition> pointerPosition() const { return std::nullopt; }
 };
 
 } // namespace orvelle

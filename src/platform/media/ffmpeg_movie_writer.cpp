@@ -30,8 +30,6 @@ constexpr AVRational videoTimeBase{1, 60000};
 // ProRes quantiser: at 1080p about the size of the encoder's own rate control, with a
 // better picture, and about ten times faster.
 constexpr int proResQuantiser = 8;
-// A real-time writer keeps at most this many pictures waiting for the encoder.
-constexpr size_t realTimeQueueLimit = 8;
 
 std::string containerName(MovieContainer container) {
     switch (container) {
@@ -62,7 +60,8 @@ struct PictureRows {
     static PictureRows of(const VideoFrame& frame) {
         PictureRows rows{frame.layout, frame.width, frame.height, {}, {}};
         for (int plane = 0; plane < frame.planeCount(); ++plane) {
-            rows.planes[static_cast<size_t>(plane)] = frame.planes[static_cast<size_t>(plane)].data();
+            rows.planes[static_cast<size_t>(plane)] =
+                frame.planes[static_cast<size_t>(plane)].data();
             rows.strides[static_cast<size_t>(plane)] = frame.strides[static_cast<size_t>(plane)];
         }
         return rows;
@@ -133,8 +132,10 @@ struct MovieWriter::State {
 
     // Real-time pacing: an encoder thread fed through a short queue.
     struct VideoJob {
-        VideoFrame frame;
+        VideoFrame frame; // a copy of the picture, unless it is lent
         double time = 0;
+        std::shared_ptr<const void> lender; // keeps lent rows alive until they are encoded
+        PictureRows lent;
     };
     struct AudioJob {
         std::vector<float> samples;
@@ -217,9 +218,13 @@ struct MovieWriter::State {
             av_dict_set(&options, "profile", "proxy", 0);
         } else {
             encoder->pix_fmt = AV_PIX_FMT_YUV420P;
-            encoder->bit_rate = video.averageBitRate > 0
-                                    ? video.averageBitRate
-                                    : static_cast<int64_t>(video.width) * video.height * 28 / 10;
+            if (video.constantQuality) {
+                av_dict_set(&options, "crf", std::to_string(*video.constantQuality).c_str(), 0);
+            } else {
+                encoder->bit_rate = video.averageBitRate > 0 ? video.averageBitRate
+                                                             : static_cast<int64_t>(video.width) *
+                                                                   video.height * 28 / 10;
+            }
             encoder->gop_size = video.keyframeInterval > 0
                                     ? video.keyframeInterval
                                     : static_cast<int>(std::lround(rate * 2));
@@ -366,6 +371,9 @@ struct MovieWriter::State {
                     ? settings.fragmentInterval
                     : 1.0;
             const std::string microseconds = std::to_string(std::llround(interval * 1e6));
+            // Each fragment reaches the file as soon as it is cut, not when the I/O
+            // buffer happens to fill: a still screen makes fragments smaller than it.
+            av_dict_set(&options, "flush_packets", "1", 0);
             if (settings.video) {
                 // A fragment at each keyframe once the interval has passed.
                 av_dict_set(&options, "movflags",
@@ -549,16 +557,16 @@ struct MovieWriter::State {
 
     // Checks the picture and its time; encodes it at once (offline) or copies it once into
     // a pooled frame for the encoder thread (real time).
-    bool appendPicture(const PictureRows& rows, double time) {
+    bool appendPicture(const PictureRows& rows, double time,
+                       std::shared_ptr<const void> lender = nullptr) {
         checkUsable();
         if (!videoEncoder) {
             throw MediaError(detail::quoted(path) + " has no video track.");
         }
         if (rows.width != videoEncoder->width || rows.height != videoEncoder->height) {
-            throw MediaError("A " + std::to_string(rows.width) + "x" +
-                             std::to_string(rows.height) + " picture does not fit the " +
-                             std::to_string(videoEncoder->width) + "x" +
-                             std::to_string(videoEncoder->height) + " movie " +
+            throw MediaError("A " + std::to_string(rows.width) + "x" + std::to_string(rows.height) +
+                             " picture does not fit the " + std::to_string(videoEncoder->width) +
+                             "x" + std::to_string(videoEncoder->height) + " movie " +
                              detail::quoted(path) + ".");
         }
         const int64_t ticks = std::llround(time * videoTimeBase.den / videoTimeBase.num);
@@ -572,9 +580,18 @@ struct MovieWriter::State {
         }
         rethrowWorkerError();
         std::unique_lock lock(mutex);
-        if (queuedVideo >= realTimeQueueLimit) {
+        if (queuedVideo >= static_cast<size_t>(std::max(1, settings.realTimeQueueLimit))) {
             ++droppedFrames;
             return false;
+        }
+        if (lender) {
+            lastVideoTicks = ticks;
+            ++queuedVideo;
+            backlogHighWater = std::max(backlogHighWater, static_cast<int64_t>(queuedVideo));
+            queue.emplace_back(VideoJob{VideoFrame{}, time, std::move(lender), rows});
+            lock.unlock();
+            wake.notify_one();
+            return true;
         }
         VideoFrame copy;
         if (!framePool.empty()) {
@@ -595,7 +612,7 @@ struct MovieWriter::State {
         lastVideoTicks = ticks;
         ++queuedVideo;
         backlogHighWater = std::max(backlogHighWater, static_cast<int64_t>(queuedVideo));
-        queue.emplace_back(VideoJob{std::move(copy), time});
+        queue.emplace_back(VideoJob{std::move(copy), time, nullptr, {}});
         lock.unlock();
         wake.notify_one();
         return true;
@@ -622,7 +639,8 @@ struct MovieWriter::State {
             std::exception_ptr error;
             try {
                 if (auto* video = std::get_if<VideoJob>(&job)) {
-                    encodeVideo(PictureRows::of(video->frame), video->time);
+                    encodeVideo(video->lender ? video->lent : PictureRows::of(video->frame),
+                                video->time);
                 } else {
                     const auto& audio = std::get<AudioJob>(job);
                     encodeAudio(audio.samples.data(),
@@ -636,7 +654,11 @@ struct MovieWriter::State {
             busy = false;
             if (auto* video = std::get_if<VideoJob>(&job)) {
                 --queuedVideo;
-                framePool.push_back(std::move(video->frame));
+                if (video->lender) {
+                    video->lender.reset();
+                } else {
+                    framePool.push_back(std::move(video->frame));
+                }
             }
             if (error && !workerError) {
                 workerError = error;
@@ -732,6 +754,14 @@ bool MovieWriter::appendVideoFrame(const uint8_t* bgra, int stride, double time)
     const int height = state_->videoEncoder ? state_->videoEncoder->height : 0;
     return state_->appendPicture(PictureRows{PixelLayout::bgra, width, height, {bgra}, {stride}},
                                  time);
+}
+
+bool MovieWriter::appendLentVideoFrame(std::shared_ptr<const void> lender, const uint8_t* bgra,
+                                       int stride, double time) {
+    const int width = state_->videoEncoder ? state_->videoEncoder->width : 0;
+    const int height = state_->videoEncoder ? state_->videoEncoder->height : 0;
+    return state_->appendPicture(PictureRows{PixelLayout::bgra, width, height, {bgra}, {stride}},
+                                 time, std::move(lender));
 }
 
 void MovieWriter::appendAudio(const float* interleaved, size_t frameCount) {

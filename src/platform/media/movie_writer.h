@@ -46,7 +46,9 @@ struct MovieVideoSettings {
     int height = 0;
     double frameRate = 60;      // nominal; frame times may vary
     int64_t averageBitRate = 0; // bits a second for H.264; 0 picks width * height * 2.8
-    int keyframeInterval = 0;   // frames; 0 picks two seconds' worth
+    // H.264 only: a constant quality (x264's CRF, lower is better) instead of a bit rate.
+    std::optional<int> constantQuality;
+    int keyframeInterval = 0; // frames; 0 picks two seconds' worth
     // H.264 only: trades a larger file for less encoding time (a real-time writer is always
     // at least `fast`).
     EncoderSpeed speed = EncoderSpeed::balanced;
@@ -66,6 +68,8 @@ struct MovieWriterSettings {
     bool fragmented = false;                 // mov, mp4, m4a only
     WriterPacing pacing = WriterPacing::offline;
     double fragmentInterval = 1; // seconds between fragments
+    // A real-time writer drops a picture when this many already wait for the encoder.
+    int realTimeQueueLimit = 8;
 };
 
 // The container for a file name's extension (".mov", ".mp4", ".m4a", ".wav"), if any.
@@ -86,6 +90,11 @@ public:
     bool appendVideoFrame(const VideoFrame& frame, double time);
     // The same from raw BGRA rows.
     bool appendVideoFrame(const uint8_t* bgra, int stride, double time);
+    // Raw BGRA rows that stay valid as long as `lender` is held: a real-time writer keeps
+    // the lender until the picture is encoded instead of copying it (an offline one encodes
+    // it at once). The rows must not change meanwhile.
+    bool appendLentVideoFrame(std::shared_ptr<const void> lender, const uint8_t* bgra, int stride,
+                              double time);
 
     // Interleaved float samples in the input format, continuing the track without gaps from
     // time 0.

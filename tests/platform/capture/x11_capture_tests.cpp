@@ -99,8 +99,8 @@ protected:
         const auto ready = folder_ / (title + ".ready");
         auto painter = std::make_unique<ChildProcess>(
             ORVELLE_X11_PAINTER,
-            std::vector<std::string>{"--geometry", geometry, "--title", title, "--role",
-                                     "counter", "--ready", ready.string()},
+            std::vector<std::string>{"--geometry", geometry, "--title", title, "--role", "counter",
+                                     "--ready", ready.string()},
             x_.environment());
         EXPECT_TRUE(testing::waitUntil([&] { return std::filesystem::exists(ready); }, 20s));
         return painter;
@@ -143,8 +143,8 @@ TEST_F(X11Capture, AnAreaStreamIsPacedByTheClockAndShowsNoPointer) {
     x_.xdotool({"mousemove", "500", "300"}); // (300, 200) inside the area
     CaptureStreamConfiguration configuration{640, 360, 60, 8, false};
     auto stream = makeX11CaptureStream(
-        x_.display(), {X11CaptureTarget::Kind::screenArea, {200, 100, 640, 360}, 0},
-        configuration, output);
+        x_.display(), {X11CaptureTarget::Kind::screenArea, {200, 100, 640, 360}, 0}, configuration,
+        output);
     stream->start();
     ASSERT_TRUE(output.waitForFrames(60, 20s));
     EXPECT_EQ(stream->stop(), std::nullopt);

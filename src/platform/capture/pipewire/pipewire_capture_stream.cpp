@@ -4,13 +4,12 @@
 #include "core/log.h"
 #include "platform/capture/capture_frame_pool.h"
 
+#include <fcntl.h>
 #include <pipewire/pipewire.h>
 #include <spa/buffer/meta.h>
 #include <spa/param/video/format-utils.h>
 #include <spa/param/video/type-info.h>
 #include <spa/utils/result.h>
-
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,8 +25,7 @@ namespace orvelle {
 namespace {
 
 // Room for a pointer picture of up to 64 x 64 pixels beside its position.
-constexpr size_t kCursorMetaSize =
-    sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap) + 64 * 64 * 4;
+constexpr size_t kCursorMetaSize = sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap) + 64 * 64 * 4;
 
 void initialisePipeWire() {
     static std::once_flag once;
@@ -65,7 +63,9 @@ struct PipeWireCaptureStream::State {
     pw_context* context = nullptr;
     pw_core* core = nullptr;
     pw_stream* stream = nullptr;
+    pw_registry* registry = nullptr;
     spa_hook coreListener{};
+    spa_hook registryListener{};
     spa_hook streamListener{};
 
     // Guarded by the thread loop's lock.
@@ -102,6 +102,15 @@ struct PipeWireCaptureStream::State {
             self->end("The connection to the screen-sharing service (PipeWire) was lost.");
         } else if (id == PW_ID_CORE) {
             logWarning("capture", "PipeWire: ", message != nullptr ? message : "error");
+        }
+    }
+
+    // The shared node went away (its window closed, the desktop stopped sharing): the
+    // consumer only pauses, so the registry says it.
+    static void onGlobalRemoved(void* data, uint32_t id) {
+        auto* self = static_cast<State*>(data);
+        if (id == self->target.nodeID) {
+            self->end("The screen-sharing stream ended: the shared screen or window went away.");
         }
     }
 
@@ -157,18 +166,18 @@ struct PipeWireCaptureStream::State {
             &builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers,
             SPA_POD_CHOICE_RANGE_Int(8, 2, 16), SPA_PARAM_BUFFERS_dataType,
             SPA_POD_CHOICE_FLAGS_Int((1 << SPA_DATA_MemPtr) | (1 << SPA_DATA_MemFd))));
-        params[1] = static_cast<const spa_pod*>(spa_pod_builder_add_object(
-            &builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
-            SPA_POD_Id(SPA_META_Header), SPA_PARAM_META_size,
-            SPA_POD_Int(sizeof(spa_meta_header))));
+        params[1] = static_cast<const spa_pod*>(
+            spa_pod_builder_add_object(&builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta,
+                                       SPA_PARAM_META_type, SPA_POD_Id(SPA_META_Header),
+                                       SPA_PARAM_META_size, SPA_POD_Int(sizeof(spa_meta_header))));
         params[2] = static_cast<const spa_pod*>(spa_pod_builder_add_object(
             &builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
             SPA_POD_Id(SPA_META_Cursor), SPA_PARAM_META_size,
             SPA_POD_Int(static_cast<int>(kCursorMetaSize))));
-        params[3] = static_cast<const spa_pod*>(spa_pod_builder_add_object(
-            &builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
-            SPA_POD_Id(SPA_META_VideoCrop), SPA_PARAM_META_size,
-            SPA_POD_Int(sizeof(spa_meta_region))));
+        params[3] = static_cast<const spa_pod*>(
+            spa_pod_builder_add_object(&builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta,
+                                       SPA_PARAM_META_type, SPA_POD_Id(SPA_META_VideoCrop),
+                                       SPA_PARAM_META_size, SPA_POD_Int(sizeof(spa_meta_region))));
         pw_stream_update_params(self->stream, params, 4);
     }
 
@@ -249,8 +258,7 @@ struct PipeWireCaptureStream::State {
         const int outHeight = configuration.height;
         const int copyWidth = std::min(sourceWidth, outWidth);
         const int copyHeight = std::min(sourceHeight, outHeight);
-        const bool swapRedBlue =
-            format == SPA_VIDEO_FORMAT_RGBx || format == SPA_VIDEO_FORMAT_RGBA;
+        const bool swapRedBlue = format == SPA_VIDEO_FORMAT_RGBx || format == SPA_VIDEO_FORMAT_RGBA;
         std::memset(slot.pixels, 0, slot.size);
         for (int row = 0; row < copyHeight; ++row) {
             const size_t offset = static_cast<size_t>(top + row) * static_cast<size_t>(stride) +
@@ -293,6 +301,16 @@ struct PipeWireCaptureStream::State {
         return events;
     }
 
+    static const pw_registry_events& registryEvents() {
+        static const pw_registry_events events = [] {
+            pw_registry_events made{};
+            made.version = PW_VERSION_REGISTRY_EVENTS;
+            made.global_remove = onGlobalRemoved;
+            return made;
+        }();
+        return events;
+    }
+
     static const pw_stream_events& streamEvents() {
         static const pw_stream_events events = [] {
             pw_stream_events made{};
@@ -312,6 +330,10 @@ struct PipeWireCaptureStream::State {
         if (stream != nullptr) {
             pw_stream_destroy(stream);
             stream = nullptr;
+        }
+        if (registry != nullptr) {
+            pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
+            registry = nullptr;
         }
         if (core != nullptr) {
             pw_core_disconnect(core);
@@ -340,9 +362,9 @@ PipeWireCaptureStream::PipeWireCaptureStream(const PipeWireCaptureTarget& target
     s.configuration = configuration;
     s.output = &output;
     s.target = target;
-    s.pool = CaptureFramePool::withHeapBuffers(
-        std::max(1, configuration.queueDepth),
-        static_cast<size_t>(configuration.width) * 4 * static_cast<size_t>(configuration.height));
+    s.pool = CaptureFramePool::withHeapBuffers(std::max(1, configuration.queueDepth),
+                                               static_cast<size_t>(configuration.width) * 4 *
+                                                   static_cast<size_t>(configuration.height));
     s.loop = pw_thread_loop_new("orvelle-capture", nullptr);
     if (s.loop == nullptr) {
         throw Error("Could not start the screen-sharing stream's thread.");
@@ -370,6 +392,10 @@ PipeWireCaptureStream::PipeWireCaptureStream(const PipeWireCaptureTarget& target
                     "PipeWire runs in your desktop session.");
     }
     pw_core_add_listener(s.core, &s.coreListener, &State::coreEvents(), &s);
+    s.registry = pw_core_get_registry(s.core, PW_VERSION_REGISTRY, 0);
+    if (s.registry != nullptr) {
+        pw_registry_add_listener(s.registry, &s.registryListener, &State::registryEvents(), &s);
+    }
     s.stream = pw_stream_new(s.core, "Orvelle screen capture",
                              pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CATEGORY,
                                                "Capture", PW_KEY_MEDIA_ROLE, "Screen", nullptr));
@@ -410,8 +436,7 @@ void PipeWireCaptureStream::start() {
         SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype,
         SPA_POD_Id(SPA_MEDIA_SUBTYPE_raw), SPA_FORMAT_VIDEO_format,
         SPA_POD_CHOICE_ENUM_Id(5, SPA_VIDEO_FORMAT_BGRx, SPA_VIDEO_FORMAT_BGRx,
-                               SPA_VIDEO_FORMAT_BGRA, SPA_VIDEO_FORMAT_RGBx,
-                               SPA_VIDEO_FORMAT_RGBA),
+                               SPA_VIDEO_FORMAT_BGRA, SPA_VIDEO_FORMAT_RGBx, SPA_VIDEO_FORMAT_RGBA),
         SPA_FORMAT_VIDEO_size,
         SPA_POD_CHOICE_RANGE_Rectangle(&defaultSize, &minimumSize, &maximumSize),
         SPA_FORMAT_VIDEO_framerate,
@@ -422,8 +447,8 @@ void PipeWireCaptureStream::start() {
         params, 1);
     pw_thread_loop_unlock(s.loop);
     if (result < 0) {
-        throw Error(std::string("Could not connect to the shared screen (") +
-                    spa_strerror(result) + ").");
+        throw Error(std::string("Could not connect to the shared screen (") + spa_strerror(result) +
+                    ").");
     }
 }
 

@@ -5,10 +5,10 @@
 #include "platform/capture/capture_frame_pool.h"
 #include "platform/capture/x11/detail/xcb_connection.h"
 
-#include <xcb/shm.h>
-
 #include <sys/ipc.h>
+#include <sys/mman.h>
 #include <sys/shm.h>
+#include <xcb/shm.h>
 
 #include <algorithm>
 #include <atomic>
@@ -54,8 +54,7 @@ void checkPixelFormat(XcbConnection& x) {
     const xcb_setup_t* setup = xcb_get_setup(x.get());
     const uint8_t depth = x.screen()->root_depth;
     bool thirtyTwoBits = false;
-    for (auto it = xcb_setup_pixmap_formats_iterator(setup); it.rem > 0;
-         xcb_format_next(&it)) {
+    for (auto it = xcb_setup_pixmap_formats_iterator(setup); it.rem > 0; xcb_format_next(&it)) {
         if (it.data->depth == depth && it.data->bits_per_pixel == 32) {
             thirtyTwoBits = true;
         }
@@ -175,7 +174,8 @@ private:
                         std::string(std::strerror(errno)) + ").");
         }
         void* address = shmat(id, nullptr, 0);
-        if (address == reinterpret_cast<void*>(-1)) {
+        // shmat reports failure as the address -1 (MAP_FAILED has the same value).
+        if (address == MAP_FAILED) {
             shmctl(id, IPC_RMID, nullptr);
             throw Error("Could not map shared memory for screen pictures.");
         }
@@ -252,8 +252,7 @@ private:
             return {};
         }
         const auto& buffer = pool_->buffer(*index);
-        const PixelRect screen{0, 0, x_.screen()->width_in_pixels,
-                               x_.screen()->height_in_pixels};
+        const PixelRect screen{0, 0, x_.screen()->width_in_pixels, x_.screen()->height_in_pixels};
         PixelRect wanted{static_cast<int>(std::lround(target_.area.x)),
                          static_cast<int>(std::lround(target_.area.y)), configuration_.width,
                          configuration_.height};
@@ -310,8 +309,7 @@ private:
         }
         const XcbReply<xcb_get_image_reply_t> reply(xcb_get_image_reply(
             x_.get(),
-            xcb_get_image(x_.get(), XCB_IMAGE_FORMAT_Z_PIXMAP, x_.root(), x, y, width, height,
-                          ~0U),
+            xcb_get_image(x_.get(), XCB_IMAGE_FORMAT_Z_PIXMAP, x_.root(), x, y, width, height, ~0U),
             &rawError));
         const XcbReply<xcb_generic_error_t> error(rawError);
         if (!reply) {

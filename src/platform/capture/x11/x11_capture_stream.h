@@ -17,8 +17,8 @@ namespace orvelle {
 struct X11CaptureTarget {
     enum class Kind { screenArea, window };
     Kind kind = Kind::screenArea;
-    CaptureRect area;      // screenArea: in screen pixels, top-left origin
-    uint32_t window = 0;   // window: its X id
+    CaptureRect area;    // screenArea: in screen pixels, top-left origin
+    uint32_t window = 0; // window: its X id
 };
 
 // `displayName` empty means $DISPLAY. The pictures have the configuration's size: an

@@ -3,11 +3,10 @@
 #include "core/error.h"
 #include "platform/capture/x11/detail/xcb_connection.h"
 
-#include <xcb/xinput.h>
-
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
+#include <xcb/xinput.h>
 
 #include <atomic>
 #include <mutex>
@@ -62,7 +61,8 @@ struct X11PointerMonitor::State {
                     generic->event_type != XCB_INPUT_RAW_BUTTON_PRESS) {
                     continue;
                 }
-                const auto* press = reinterpret_cast<const xcb_input_raw_button_press_event_t*>(raw);
+                const auto* press =
+                    reinterpret_cast<const xcb_input_raw_button_press_event_t*>(raw);
                 if (auto button = pointerButtonNumber(static_cast<int>(press->detail))) {
                     onPress(*button);
                 }
@@ -122,12 +122,11 @@ void X11PointerMonitor::startButtonMonitoring(std::function<void(int button)> on
         xcb_input_event_mask_t header;
         uint32_t bits;
     } mask{{XCB_INPUT_DEVICE_ALL_MASTER, 1}, XCB_INPUT_XI_EVENT_MASK_RAW_BUTTON_PRESS};
-    const XcbReply<xcb_generic_error_t> error(xcb_request_check(
-        connection,
-        xcb_input_xi_select_events_checked(connection, events->root(), 1, &mask.header)));
+    const XcbReply<xcb_generic_error_t> error(
+        xcb_request_check(connection, xcb_input_xi_select_events_checked(connection, events->root(),
+                                                                         1, &mask.header)));
     if (error) {
-        throw Error("The X display " + events->displayName() +
-                    " refused to report clicks.");
+        throw Error("The X display " + events->displayName() + " refused to report clicks.");
     }
     state_->stopEvent = eventfd(0, EFD_CLOEXEC);
     if (state_->stopEvent < 0) {

@@ -30,8 +30,8 @@ std::vector<CaptureDisplay> randrMonitors(XcbConnection& x) {
     if (randr == nullptr || randr->present == 0) {
         return displays;
     }
-    const XcbReply<xcb_randr_query_version_reply_t> version(xcb_randr_query_version_reply(
-        x.get(), xcb_randr_query_version(x.get(), 1, 5), nullptr));
+    const XcbReply<xcb_randr_query_version_reply_t> version(
+        xcb_randr_query_version_reply(x.get(), xcb_randr_query_version(x.get(), 1, 5), nullptr));
     if (!version || (version->major_version == 1 && version->minor_version < 5)) {
         return displays;
     }
@@ -75,7 +75,7 @@ std::string windowApplication(XcbConnection& x, xcb_window_t window) {
     }
     const std::string both(bytes->begin(), bytes->end());
     const size_t end = both.find('\0');
-    const std::string instance = both.substr(0, end);
+    std::string instance = both.substr(0, end);
     if (end == std::string::npos || end + 1 >= both.size()) {
         return instance;
     }
@@ -85,9 +85,8 @@ std::string windowApplication(XcbConnection& x, xcb_window_t window) {
 }
 
 bool isViewable(XcbConnection& x, xcb_window_t window, bool* overrideRedirect = nullptr) {
-    const XcbReply<xcb_get_window_attributes_reply_t> attributes(
-        xcb_get_window_attributes_reply(x.get(), xcb_get_window_attributes(x.get(), window),
-                                        nullptr));
+    const XcbReply<xcb_get_window_attributes_reply_t> attributes(xcb_get_window_attributes_reply(
+        x.get(), xcb_get_window_attributes(x.get(), window), nullptr));
     if (!attributes) {
         return false;
     }
@@ -109,8 +108,7 @@ std::optional<CaptureRect> windowFrame(XcbConnection& x, xcb_window_t window) {
         return std::nullopt;
     }
     return CaptureRect{static_cast<double>(origin->dst_x), static_cast<double>(origin->dst_y),
-                       static_cast<double>(geometry->width),
-                       static_cast<double>(geometry->height)};
+                       static_cast<double>(geometry->width), static_cast<double>(geometry->height)};
 }
 
 bool isDesktopOrDock(XcbConnection& x, xcb_window_t window) {
@@ -181,7 +179,8 @@ ShareableContent x11ShareableContent(const std::string& displayName) {
         entry.title = windowTitle(x, window);
         entry.application = windowApplication(x, window);
         entry.role = x.textProperty(window, "WM_WINDOW_ROLE").value_or("");
-        entry.processID = static_cast<int32_t>(x.cardinalProperty(window, "_NET_WM_PID").value_or(0));
+        entry.processID =
+            static_cast<int32_t>(x.cardinalProperty(window, "_NET_WM_PID").value_or(0));
         entry.frame = *frame;
         content.windows.push_back(std::move(entry));
     }

@@ -53,8 +53,8 @@ xcb_atom_t XcbConnection::atom(const char* name) {
 }
 
 std::optional<std::vector<uint8_t>> XcbConnection::property(xcb_window_t window,
-                                                            xcb_atom_t property,
-                                                            xcb_atom_t type, uint32_t maxLongs) {
+                                                            xcb_atom_t property, xcb_atom_t type,
+                                                            uint32_t maxLongs) {
     if (property == XCB_ATOM_NONE) {
         return std::nullopt;
     }
