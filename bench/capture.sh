@@ -63,9 +63,13 @@ candidate() { # name, output, then encoder options
   shift 2
   log=$(mktemp)
   /usr/bin/time -f '%U %S' -o "$log" ffmpeg -v error -y -i "$work/raw.nut" "$@" "$out"
-  awk -v n="$name" -v s="$(stat -c %s "$out")" -v d="$raw_seconds" \
+  local size=0
+  [[ -f "$out" ]] && size=$(stat -c %s "$out")
+  awk -v n="$name" -v s="$size" -v d="$raw_seconds" \
     '{ printf "%-34s %11.2f ms %10.1f\n", n, ($1 + $2) * 1000 / 180, s * 8 / d / 1e6 }' "$log"
 }
+candidate "(reading, BGRX to yuv420p only)" - -pix_fmt yuv420p -f null
+candidate "(reading, BGRX to yuv422p10 only)" - -pix_fmt yuv422p10le -f null
 candidate "x264 ultrafast, CRF 20 (chosen)" "$work/c1.mov" -c:v libx264 -preset ultrafast \
   -tune zerolatency -crf 20 -g 60 -pix_fmt yuv420p
 candidate "x264 superfast, CRF 20" "$work/c2.mov" -c:v libx264 -preset superfast \

@@ -46,12 +46,12 @@ struct MovieVideoSettings {
     int height = 0;
     double frameRate = 60;      // nominal; frame times may vary
     int64_t averageBitRate = 0; // bits a second for H.264; 0 picks width * height * 2.8
-    // H.264 only: a constant quality (x264's CRF, lower is better) instead of a bit rate.
-    std::optional<int> constantQuality;
-    int keyframeInterval = 0; // frames; 0 picks two seconds' worth
+    int keyframeInterval = 0;   // frames; 0 picks two seconds' worth
     // H.264 only: trades a larger file for less encoding time (a real-time writer is always
     // at least `fast`).
     EncoderSpeed speed = EncoderSpeed::balanced;
+    // H.264 only: a constant quality (x264's CRF, lower is better) instead of a bit rate.
+    std::optional<int> constantQuality;
 };
 
 struct MovieAudioSettings {

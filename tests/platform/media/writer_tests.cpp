@@ -172,6 +172,48 @@ TEST(MovieWriter, RealTimePacingWritesOrCountsEveryFrame) {
     EXPECT_NEAR(static_cast<double>(sound.size()) / 2, 48000, 1100);
 }
 
+// A capture source lends its buffers: the writer must hold each until it is encoded (a
+// buffer given back early would be refilled under the encoder) and then let go of it.
+TEST(MovieWriter, LentPicturesAreHeldUntilEncodedAndThenGivenBack) {
+    TemporaryDirectory directory;
+    auto settings = smallMovie(MovieContainer::mov, VideoCodec::h264High);
+    settings.pacing = WriterPacing::realTime;
+    settings.fragmented = true;
+    settings.video->constantQuality = 20;
+    std::vector<std::weak_ptr<VideoFrame>> lent;
+    int64_t accepted = 0;
+    {
+        MovieWriter writer(directory / "lent.mov", settings);
+        for (int i = 0; i < 20; ++i) {
+            auto picture = std::make_shared<VideoFrame>();
+            testing::paintNumberedFrame(*picture, i, 64, 48);
+            lent.push_back(picture);
+            const bool taken = writer.appendLentVideoFrame(picture, picture->planes[0].data(),
+                                                           picture->strides[0], i / 30.0);
+            accepted += taken ? 1 : 0;
+            // What the writer no longer holds may be reused at once, as a capture pool does.
+            if (picture.use_count() == 1) {
+                testing::paintNumberedFrame(*picture, 255, 64, 48);
+            }
+        }
+        writer.finish();
+        EXPECT_EQ(accepted + writer.droppedVideoFrames(), 20);
+        for (const auto& picture : lent) {
+            EXPECT_TRUE(picture.expired()) << "the writer still holds a picture";
+        }
+    }
+    VideoDecoder decoder(directory / "lent.mov");
+    VideoFrame frame;
+    std::vector<int> numbers;
+    while (decoder.nextFrame(frame)) {
+        numbers.push_back(testing::readFrameNumber(frame));
+    }
+    EXPECT_EQ(static_cast<int64_t>(numbers.size()), accepted);
+    EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
+    EXPECT_EQ(numbers.front(), 0);
+    EXPECT_LT(numbers.back(), 20) << "a picture was encoded after it was given back";
+}
+
 // Eight bars of full-strength colour, as wide as the picture allows; at odd sizes the edges
 // between bars fall inside 2x2 chroma blocks.
 void paintColourBars(VideoFrame& frame, int width, int height) {
