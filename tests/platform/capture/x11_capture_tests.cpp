@@ -167,7 +167,9 @@ TEST_F(X11Capture, AnAreaStreamIsPacedByTheClockAndShowsNoPointer) {
     const auto& first = seen.front();
     const auto& last = seen.back();
     if (first.counter && last.counter) {
-        EXPECT_NEAR(*last.counter - *first.counter, (last.time - first.time) * 60, 6);
+        // A painter starved by a loaded machine paints late; a quarter of a second is
+        // allowed, a wrong clock would be off by far more.
+        EXPECT_NEAR(*last.counter - *first.counter, (last.time - first.time) * 60, 15);
     }
 }
 
