@@ -229,8 +229,10 @@ int runCapture(const Arguments& arguments) {
         }
     };
     ScreenCaptureEngine engine;
+    ScreenCaptureOptions options;
+    options.frameRate = fps;
     engine.install(
-        ScreenCaptureEngine::prepare(*backend, selection, output, false, callbacks, {}, fps));
+        ScreenCaptureEngine::prepare(*backend, selection, output, callbacks, mainThread, options));
 
     InterruptStop interrupt;
     SteadyRecorderClock clock;
@@ -240,7 +242,7 @@ int runCapture(const Arguments& arguments) {
     engine.waitUntilReady(std::chrono::seconds(2));
     engine.armWriting();
     const auto started = std::chrono::steady_clock::now();
-    engine.startCursorRecording(*backend, mainThread, clock, timers);
+    engine.startCursorRecording(clock, timers);
     std::cerr << "Recording " << selection.title << " into " << output.filename().string()
               << (seconds ? "" : "; press Ctrl-C to stop") << ".\n";
 
@@ -258,9 +260,7 @@ int runCapture(const Arguments& arguments) {
     }
 
     // Stop in a session's order: pointer sampling, stream, writer, pointer file, manifest.
-    if (auto* cursor = engine.cursorRecorder()) {
-        cursor->stopSampling();
-    }
+    engine.stopCursorSampling();
     const double wallSeconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     const auto statistics = engine.output()->statistics();

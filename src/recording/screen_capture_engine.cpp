@@ -1,23 +1,26 @@
 #include "recording/screen_capture_engine.h"
 
+#include "core/error.h"
 #include "core/files.h"
+#include "core/log.h"
 #include "project/cursor_recording.h"
 
 #include <unistd.h>
 
 namespace orvelle {
 
-PreparedScreenCapture
-ScreenCaptureEngine::prepare(CaptureBackend& backend, const RecorderSourceSelection& selection,
-                             const std::filesystem::path& outputURL, bool includeAudio,
-                             ScreenStreamOutput::Callbacks callbacks,
-                             std::optional<uint32_t> excludedOverlayWindowID, double frameRate) {
+PreparedScreenCapture ScreenCaptureEngine::prepare(CaptureBackend& backend,
+                                                   const RecorderSourceSelection& selection,
+                                                   const std::filesystem::path& outputURL,
+                                                   ScreenStreamOutput::Callbacks callbacks,
+                                                   Executor& mainThread,
+                                                   ScreenCaptureOptions options) {
     namespace Geometry = ScreenCaptureGeometry;
     Geometry::validateSelection(selection.mode, selection.sourceRect, selection.filter);
     const ShareableContent content = backend.shareableContent();
     const CaptureContentFilter filter = Geometry::contentFilterForRecording(
-        selection.filter, selection.mode, selection.display, excludedOverlayWindowID, content,
-        static_cast<int32_t>(getpid()));
+        selection.filter, selection.mode, selection.display, options.excludedOverlayWindowID,
+        content, static_cast<int32_t>(getpid()));
     const auto [width, height] =
         Geometry::captureDimensions(filter, selection.mode, selection.sourceRect);
 
@@ -39,16 +42,24 @@ ScreenCaptureEngine::prepare(CaptureBackend& backend, const RecorderSourceSelect
             onReady();
         }
     };
-    prepared.output = std::make_unique<ScreenStreamOutput>(outputURL, width, height, includeAudio,
-                                                           std::move(callbacks), frameRate);
+    prepared.output = std::make_unique<ScreenStreamOutput>(
+        outputURL, width, height, options.includeAudio, std::move(callbacks), options.frameRate);
     CaptureStreamConfiguration configuration;
     configuration.width = width;
     configuration.height = height;
-    configuration.frameRate = frameRate;
+    configuration.frameRate = options.frameRate;
     configuration.queueDepth = 8;
     configuration.showsCursor = false;
     prepared.stream =
         backend.makeStream(filter, selection.sourceRect, configuration, *prepared.output);
+    if (prepared.captureFrame) {
+        try {
+            prepared.pointerSource = backend.makePointerSource(
+                mainThread, *prepared.stream, *prepared.captureFrame, width, height);
+        } catch (const Error& error) {
+            logWarning("capture", "no pointer data for this recording: ", error.what());
+        }
+    }
     return prepared;
 }
 
@@ -56,10 +67,9 @@ void ScreenCaptureEngine::install(PreparedScreenCapture prepared) {
     active_ = {};
     active_.output = std::move(prepared.output);
     active_.stream = std::move(prepared.stream);
+    active_.pointerSource = std::move(prepared.pointerSource);
     cursorURL_ = prepared.cursorURL;
     captureFrame_ = prepared.captureFrame;
-    width_ = prepared.width;
-    height_ = prepared.height;
     readinessGate_ = std::move(prepared.readinessGate);
     recordedSegments_.clear();
 }
@@ -80,15 +90,9 @@ void ScreenCaptureEngine::armWriting() {
     }
 }
 
-void ScreenCaptureEngine::startCursorRecording(CaptureBackend& backend, Executor& mainThread,
-                                               RecorderClock& clock,
+void ScreenCaptureEngine::startCursorRecording(RecorderClock& clock,
                                                RepeatingTimerFactory& timers) {
-    if (!captureFrame_ || !active_.stream) {
-        return;
-    }
-    active_.pointerSource =
-        backend.makePointerSource(mainThread, *active_.stream, *captureFrame_, width_, height_);
-    if (!active_.pointerSource) {
+    if (!captureFrame_ || !active_.pointerSource || active_.cursorRecorder) {
         return;
     }
     const CaptureRect& frame = *captureFrame_;
@@ -96,6 +100,12 @@ void ScreenCaptureEngine::startCursorRecording(CaptureBackend& backend, Executor
         std::make_unique<CursorRecorder>(CodableRect{frame.x, frame.y, frame.width, frame.height},
                                          cursorURL_, *active_.pointerSource, clock, timers);
     active_.cursorRecorder->start();
+}
+
+void ScreenCaptureEngine::stopCursorSampling() {
+    if (active_.cursorRecorder) {
+        active_.cursorRecorder->stopSampling();
+    }
 }
 
 std::optional<double> ScreenCaptureEngine::pause() {

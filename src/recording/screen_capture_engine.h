@@ -28,10 +28,20 @@ struct ActiveScreenCapture {
     std::unique_ptr<CursorRecorder> cursorRecorder;
 };
 
-// A stream and its writer, configured and not started.
+// What a session asks of its screen capture beside the source and the file.
+struct ScreenCaptureOptions {
+    bool includeAudio = false; // system audio into the screen movie, where the backend has it
+    double frameRate = 60;
+    std::optional<uint32_t> excludedOverlayWindowID;
+};
+
+// A stream, its writer and the pointer beside it, configured and not started.
 struct PreparedScreenCapture {
     std::unique_ptr<ScreenStreamOutput> output;
     std::unique_ptr<CaptureStream> stream;
+    // Absent without a capture frame, or when the pointer cannot be read: the take then has
+    // no pointer data, which is no failure.
+    std::unique_ptr<PointerSource> pointerSource;
     std::filesystem::path outputURL;
     std::filesystem::path cursorURL;
     std::optional<CaptureRect> captureFrame; // bottom-left global; absent: no pointer data
@@ -49,15 +59,17 @@ public:
     };
 
     // The selection's filter with the program's own windows left out, the stream's size
-    // and frame, the writer for `outputURL` (stale files there removed) and the stream.
-    // The writer's ready-frame callback opens the returned gate before `onReadyFrame` is
-    // called. Throws OrvelleError or the backend's Error.
+    // and frame, the writer for `outputURL` (stale files there and the pointer file beside
+    // it removed), the stream, and the backend's pointer for that frame, whose presses
+    // reach the main thread through `mainThread`. The writer's ready-frame callback opens
+    // the returned gate before `onReadyFrame` is called. Throws OrvelleError or the
+    // backend's Error; a pointer that cannot be read only leaves the take without pointer
+    // data.
     static PreparedScreenCapture prepare(CaptureBackend& backend,
                                          const RecorderSourceSelection& selection,
-                                         const std::filesystem::path& outputURL, bool includeAudio,
+                                         const std::filesystem::path& outputURL,
                                          ScreenStreamOutput::Callbacks callbacks,
-                                         std::optional<uint32_t> excludedOverlayWindowID = {},
-                                         double frameRate = 60);
+                                         Executor& mainThread, ScreenCaptureOptions options = {});
 
     void install(PreparedScreenCapture prepared);
     // Starts the stream; frames flow but are not written until the writer is armed.
@@ -68,10 +80,12 @@ public:
     // Waits up to the time-out for the first usable frame; false on time-out.
     bool waitUntilReady(std::chrono::nanoseconds timeout);
     void armWriting();
-    // Starts pointer data from the backend's pointer (its presses reach the recorder
-    // through `mainThread`); nothing without a capture frame or a pointer.
-    void startCursorRecording(CaptureBackend& backend, Executor& mainThread, RecorderClock& clock,
-                              RepeatingTimerFactory& timers);
+    // Starts the pointer recorder (time 0 is now: call it just after armWriting); nothing
+    // without a capture frame or a pointer. The timer's ticks must reach the main thread.
+    void startCursorRecording(RecorderClock& clock, RepeatingTimerFactory& timers);
+    // Stop begins: the pointer is sampled no more and its presses are not watched; the
+    // data stay for finalize().
+    void stopCursorSampling();
 
     // The program end, absent without a writer. The stream runs on; its frames are
     // dropped until resume. Throws Error when the segment could not be closed.
@@ -95,8 +109,6 @@ private:
     ActiveScreenCapture active_;
     std::filesystem::path cursorURL_;
     std::optional<CaptureRect> captureFrame_;
-    int width_ = 0;
-    int height_ = 0;
     std::shared_ptr<CaptureReadinessGate> readinessGate_;
     std::vector<RecordedMediaSegment> recordedSegments_;
 };

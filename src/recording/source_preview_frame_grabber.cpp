@@ -1,9 +1,11 @@
 #include "recording/source_preview_frame_grabber.h"
 
+#include "core/error.h"
 #include "recording/screen_stream_output.h"
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace orvelle {
 
@@ -61,13 +63,26 @@ void SourcePreviewFrameGrabber::streamDidOutputVideoFrame(CapturedVideoFrameRef 
     }
 }
 
-void SourcePreviewFrameGrabber::streamDidStop(const std::string&) {
+void SourcePreviewFrameGrabber::streamDidStop(const std::string& errorMessage) {
     std::lock_guard lock(mutex_);
     if (!finished_) {
-        result_ = std::move(blackCandidate_);
+        streamError_ = errorMessage;
         finished_ = true;
         done_.notify_all();
     }
+}
+
+std::optional<PreviewStill>
+SourcePreviewFrameGrabber::waitForStill(std::chrono::nanoseconds timeout) {
+    std::unique_lock lock(mutex_);
+    if (!done_.wait_for(lock, timeout, [&] { return finished_; })) {
+        result_ = std::move(blackCandidate_);
+        finished_ = true;
+    }
+    if (streamError_) {
+        throw Error(*streamError_);
+    }
+    return std::exchange(result_, std::nullopt);
 }
 
 std::optional<PreviewStill> SourcePreviewFrameGrabber::capture(
@@ -76,17 +91,15 @@ std::optional<PreviewStill> SourcePreviewFrameGrabber::capture(
     SourcePreviewFrameGrabber grabber;
     auto stream = makeStream(grabber);
     stream->start();
-    {
-        std::unique_lock lock(grabber.mutex_);
-        if (!grabber.done_.wait_for(lock, timeout, [&] { return grabber.finished_; })) {
-            grabber.result_ = std::move(grabber.blackCandidate_);
-            grabber.finished_ = true;
-        }
+    std::optional<PreviewStill> still;
+    try {
+        still = grabber.waitForStill(timeout);
+    } catch (...) {
+        stream->stop();
+        throw;
     }
     stream->stop();
-    stream.reset();
-    std::lock_guard lock(grabber.mutex_);
-    return std::move(grabber.result_);
+    return still;
 }
 
 std::optional<PreviewStill> captureSourcePreview(CaptureBackend& backend,

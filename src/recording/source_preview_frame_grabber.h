@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace orvelle {
@@ -30,7 +31,8 @@ public:
     static constexpr int kFramesTriedPastBlack = 12;
 
     // Makes the stream (for this grabber as its output), runs it and stops it. Absent
-    // when no picture came in time. Throws the stream's start error.
+    // when no picture came in time. Throws the stream's start error, and its stop error
+    // when it ended before giving a picture.
     static std::optional<PreviewStill>
     capture(const std::function<std::unique_ptr<CaptureStream>(CaptureStreamOutput&)>& makeStream,
             std::chrono::nanoseconds timeout);
@@ -44,12 +46,18 @@ public:
     void streamDidOutputAudio(const CapturedAudio&) override {}
     void streamDidStop(const std::string& errorMessage) override;
 
+    // Waits until a picture is chosen or the time-out passes (the black one kept, if any,
+    // is then the result); the result is given once. Throws Error when the stream ended
+    // before giving one.
+    std::optional<PreviewStill> waitForStill(std::chrono::nanoseconds timeout);
+
 private:
     std::mutex mutex_; // guards everything below
     std::condition_variable done_;
     bool finished_ = false;
     std::optional<PreviewStill> result_;
     std::optional<PreviewStill> blackCandidate_;
+    std::optional<std::string> streamError_;
     int frameCount_ = 0;
 };
 

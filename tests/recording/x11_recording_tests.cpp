@@ -42,11 +42,11 @@ protected:
         ScreenStreamOutput::Callbacks callbacks;
         callbacks.onFailure = [this](std::string message) { failure_ = std::move(message); };
         engine_.install(
-            ScreenCaptureEngine::prepare(*backend_, selection, movie_, false, callbacks));
+            ScreenCaptureEngine::prepare(*backend_, selection, movie_, callbacks, mainThread_));
         engine_.startCapture();
         EXPECT_TRUE(engine_.waitUntilReady(2s));
         engine_.armWriting();
-        engine_.startCursorRecording(*backend_, mainThread_, clock_, timers_);
+        engine_.startCursorRecording(clock_, timers_);
     }
     // Runs the main thread for a while, with `action` (xdotool, say) on another thread.
     void run(std::chrono::milliseconds duration, const std::function<void()>& action = {}) {
@@ -66,9 +66,7 @@ protected:
         mainThread_.runFor(50ms);
     }
     ScreenCaptureEngine::FinalizeResult stop() {
-        if (auto* cursor = engine_.cursorRecorder()) {
-            cursor->stopSampling();
-        }
+        engine_.stopCursorSampling();
         auto active = engine_.detachForTeardown();
         EXPECT_EQ(ScreenCaptureEngine::stopCapture(active), std::nullopt);
         auto result = engine_.finalize(active, true);
