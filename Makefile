@@ -26,7 +26,7 @@ test:
 	@scripts/test $(PRESET)
 
 # The language model helper and llama.cpp's llama-cli it runs (scripts/fetch-llama, which
-# bootstrap also runs, builds that once into third_party/llama).
+# scripts/build runs for a whole build or this target, builds that once into third_party/llama).
 llm-helper:
 	@scripts/build $(PRESET) orvelle-llm-helper
 
