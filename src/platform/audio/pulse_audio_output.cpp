@@ -1,5 +1,6 @@
 #include "core/log.h"
 #include "platform/audio/audio_output.h"
+#include "platform/audio/detail/pulse_context.h"
 
 #include <pulse/pulseaudio.h>
 
@@ -19,28 +20,14 @@ std::string pulseReason(int error) {
 
 struct AudioOutput::State {
     AudioOutputOptions options;
+    detail::PulseContext pulse; // declared first: destroyed after the stream is closed
     pa_threaded_mainloop* mainloop = nullptr;
     pa_context* context = nullptr;
     pa_stream* stream = nullptr; // guarded by the mainloop's lock
     RenderCallback render;       // guarded by the mainloop's lock
     size_t frameBytes = 0;
 
-    // Holds the mainloop's lock for a scope.
-    struct Lock {
-        explicit Lock(pa_threaded_mainloop* loop) : loop_(loop) {
-            pa_threaded_mainloop_lock(loop_);
-        }
-        ~Lock() { pa_threaded_mainloop_unlock(loop_); }
-        Lock(const Lock&) = delete;
-        Lock& operator=(const Lock&) = delete;
-
-    private:
-        pa_threaded_mainloop* loop_;
-    };
-
-    static void contextStateChanged(pa_context*, void* userdata) {
-        pa_threaded_mainloop_signal(static_cast<State*>(userdata)->mainloop, 0);
-    }
+    using Lock = detail::PulseLock;
 
     static void streamStateChanged(pa_stream*, void* userdata) {
         pa_threaded_mainloop_signal(static_cast<State*>(userdata)->mainloop, 0);
@@ -72,40 +59,14 @@ struct AudioOutput::State {
     }
 
     void connect() {
-        mainloop = pa_threaded_mainloop_new();
-        if (mainloop == nullptr) {
-            throw AudioOutputError("The sound output could not be prepared: out of memory.");
+        if (auto failure = pulse.connect(options.applicationName)) {
+            throw AudioOutputError(*failure);
         }
-        context =
-            pa_context_new(pa_threaded_mainloop_get_api(mainloop), options.applicationName.c_str());
-        if (context == nullptr) {
-            throw AudioOutputError("The sound output could not be prepared: out of memory.");
-        }
-        pa_context_set_state_callback(context, contextStateChanged, this);
-        if (pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
-            throw AudioOutputError(unreachable(pa_context_errno(context)));
-        }
-        if (pa_threaded_mainloop_start(mainloop) < 0) {
-            throw AudioOutputError("The sound output could not start its thread.");
-        }
-        Lock lock(mainloop);
-        for (;;) {
-            const pa_context_state_t s = pa_context_get_state(context);
-            if (s == PA_CONTEXT_READY) {
-                return;
-            }
-            if (!PA_CONTEXT_IS_GOOD(s)) {
-                throw AudioOutputError(unreachable(pa_context_errno(context)));
-            }
-            pa_threaded_mainloop_wait(mainloop);
-        }
+        mainloop = pulse.mainloop;
+        context = pulse.context;
     }
 
-    static std::string unreachable(int error) {
-        return "No sound server could be reached (" + pulseReason(error) +
-               "): start PulseAudio or PipeWire's pulse service for your session, or set "
-               "PULSE_SERVER to one.";
-    }
+    static std::string unreachable(int error) { return detail::PulseContext::unreachable(error); }
 
     // Under the lock.
     void closeStream() {
@@ -122,21 +83,8 @@ struct AudioOutput::State {
 
     ~State() {
         if (mainloop != nullptr) {
-            {
-                Lock lock(mainloop);
-                closeStream();
-                if (context != nullptr) {
-                    pa_context_set_state_callback(context, nullptr, nullptr);
-                    pa_context_disconnect(context);
-                }
-            }
-            pa_threaded_mainloop_stop(mainloop);
-        }
-        if (context != nullptr) {
-            pa_context_unref(context);
-        }
-        if (mainloop != nullptr) {
-            pa_threaded_mainloop_free(mainloop);
+            Lock lock(mainloop);
+            closeStream();
         }
     }
 };

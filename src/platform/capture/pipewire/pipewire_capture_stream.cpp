@@ -2,6 +2,7 @@
 
 #include "core/error.h"
 #include "core/log.h"
+#include "core/monotonic_clock.h"
 #include "platform/capture/capture_frame_pool.h"
 
 #include <fcntl.h>
@@ -30,11 +31,6 @@ constexpr size_t kCursorMetaSize = sizeof(spa_meta_cursor) + sizeof(spa_meta_bit
 void initialisePipeWire() {
     static std::once_flag once;
     std::call_once(once, [] { pw_init(nullptr, nullptr); });
-}
-
-double monotonicNow() {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
 }
 
 const char* formatName(uint32_t format) {
