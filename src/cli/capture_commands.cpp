@@ -231,6 +231,7 @@ int runCapture(const Arguments& arguments) {
     ScreenCaptureEngine engine;
     ScreenCaptureOptions options;
     options.frameRate = fps;
+    options.includeAudio = arguments.flag("--system-audio");
     engine.install(
         ScreenCaptureEngine::prepare(*backend, selection, output, callbacks, mainThread, options));
 
@@ -355,12 +356,14 @@ Command captureCommand() {
     return {"capture",
             "record a display, a window or an area of the screen into a movie",
             "orvelle capture --display ID|ask | --window ID|ask | --area X,Y,W,H -o OUT.mov\n"
-            "                [--fps 60] [--seconds N] [--json]\n\n"
+            "                [--fps 60] [--seconds N] [--system-audio] [--json]\n\n"
             "Records the screen (no pointer drawn in it) into OUT.mov and the pointer's\n"
             "positions and clicks into OUT.cursor.json, with the take manifest OUT.take.json\n"
             "beside them, until --seconds have passed or Ctrl-C is pressed; either way the\n"
             "movie is finished. IDs come from 'orvelle sources'; an area is in screen pixels\n"
             "and its size is made even. On Wayland use 'ask': the desktop's dialog chooses.\n"
+            "With --system-audio what the speakers play (the default output's monitor on\n"
+            "the sound server) is recorded into the movie beside the pictures.\n"
             "The movie is written in fragments every 2 s, so a killed recording stays\n"
             "readable. At the end prints the frames written, the frames dropped (by the\n"
             "capture clock and by the writer) and the writer's lag; --json prints them as JSON.",
@@ -370,6 +373,7 @@ Command captureCommand() {
              {"--output", true, "-o"},
              {"--fps", true},
              {"--seconds", true},
+             {"--system-audio"},
              {"--json"}},
             runCapture};
 }

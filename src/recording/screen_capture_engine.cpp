@@ -4,6 +4,7 @@
 #include "core/files.h"
 #include "core/log.h"
 #include "project/cursor_recording.h"
+#include "recording/system_audio_capture_stream.h"
 
 #include <unistd.h>
 
@@ -52,6 +53,9 @@ PreparedScreenCapture ScreenCaptureEngine::prepare(CaptureBackend& backend,
     configuration.showsCursor = false;
     prepared.stream =
         backend.makeStream(filter, selection.sourceRect, configuration, *prepared.output);
+    if (options.includeAudio) {
+        prepared.stream = withSystemAudio(std::move(prepared.stream), *prepared.output);
+    }
     if (prepared.captureFrame) {
         try {
             prepared.pointerSource = backend.makePointerSource(

@@ -30,7 +30,7 @@ struct ActiveScreenCapture {
 
 // What a session asks of its screen capture beside the source and the file.
 struct ScreenCaptureOptions {
-    bool includeAudio = false; // system audio into the screen movie, where the backend has it
+    bool includeAudio = false; // system audio (what the speakers play) in the screen movie
     double frameRate = 60;
     std::optional<uint32_t> excludedOverlayWindowID;
 };

@@ -2,6 +2,7 @@
 
 #include "core/files.h"
 #include "core/log.h"
+#include "core/monotonic_clock.h"
 #include "recording/audio_placement.h"
 #include "recording/segmented_sample_buffer_recorder.h"
 
@@ -18,11 +19,6 @@ namespace {
 constexpr int kScreenQuality = 20;
 constexpr int kSystemAudioRate = 48000;
 constexpr int kSystemAudioChannels = 2;
-
-double monotonicNow() {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
 
 double endTime(double presentationTime, double duration) {
     return std::isfinite(duration) && duration > 0 ? presentationTime + duration : presentationTime;

@@ -132,6 +132,8 @@ TEST_F(CaptureCommands, CtrlCFinishesTheMovieAndAKillLeavesItReadable) {
 
 TEST_F(CaptureCommands, BadRequestsSayWhatToDo) {
     const auto movie = (folder_ / "Take.mov").string();
+    auto withoutSoundServer = x_.environment();
+    withoutSoundServer["PULSE_SERVER"] = "unix:/nonexistent/orvelle-test/pulse.sock";
     const struct {
         std::vector<std::string> arguments;
         std::map<std::string, std::string> environment;
@@ -159,6 +161,10 @@ TEST_F(CaptureCommands, BadRequestsSayWhatToDo) {
          x_.environment(),
          1,
          "does not exist"},
+        {{"capture", "--area", "0,0,100,100", "--system-audio", "--seconds", "1", "-o", movie},
+         withoutSoundServer,
+         1,
+         "System audio cannot be recorded: No sound server could be reached"},
         {{"sources"},
          {{"DISPLAY", ""}, {"WAYLAND_DISPLAY", ""}, {"XDG_SESSION_TYPE", ""}},
          1,

@@ -1,15 +1,21 @@
+#include "core/monotonic_clock.h"
+#include "platform/audio/audio_output.h"
+#include "platform/media/audio_decoder.h"
 #include "platform/media/media_probe.h"
 #include "platform/media/video_decoder.h"
 #include "project/cursor_recording.h"
 #include "recording/executor_repeating_timer.h"
 #include "recording/screen_capture_engine.h"
 #include "support/painter_counter.h"
+#include "support/sound_server.h"
 #include "support/temporary_directory.h"
+#include "support/test_media.h"
 #include "support/x_server.h"
 #include "x11_painter/painter_layout.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <fstream>
 #include <thread>
@@ -38,11 +44,11 @@ protected:
         backend_ = makeX11CaptureBackend(x_.display());
     }
 
-    void start(const RecorderSourceSelection& selection) {
+    void start(const RecorderSourceSelection& selection, ScreenCaptureOptions options = {}) {
         ScreenStreamOutput::Callbacks callbacks;
         callbacks.onFailure = [this](std::string message) { failure_ = std::move(message); };
-        engine_.install(
-            ScreenCaptureEngine::prepare(*backend_, selection, movie_, callbacks, mainThread_));
+        engine_.install(ScreenCaptureEngine::prepare(*backend_, selection, movie_, callbacks,
+                                                     mainThread_, options));
         engine_.startCapture();
         EXPECT_TRUE(engine_.waitUntilReady(2s));
         engine_.armWriting();
@@ -127,6 +133,57 @@ TEST_F(RecordingAnX11Desktop, ADisplayMovieHasTheScreensSizeRateAndPicturesWitho
     const double movieSpan = counters.back().first - counters.front().first;
     EXPECT_NEAR(counters.back().second - counters.front().second, movieSpan * 60, 15);
     EXPECT_TRUE(failure_.empty()) << failure_;
+}
+
+// What the speakers play goes into the screen movie on the pictures' clock: a tone that
+// begins 0.8 s after arming sounds 0.8 s into the movie (plus the speakers' latency), and
+// the sound lasts as long as the pictures.
+TEST_F(RecordingAnX11Desktop, SystemAudioIsInTheMovieOnThePicturesClock) {
+    testing::PrivateSoundServer sound;
+    AudioOutput speakers;
+    std::atomic<double> toneFrom = 1e300;
+    std::atomic<double> toneEmitted = 0;
+    double phase = 0;
+    speakers.start([&](float* samples, size_t frames) {
+        const double now = monotonicNow();
+        const bool tone = now >= toneFrom;
+        if (tone && toneEmitted == 0) {
+            toneEmitted = now;
+        }
+        for (size_t i = 0; i < frames; ++i) {
+            const float value = tone ? static_cast<float>(0.5 * std::sin(phase)) : 0.0f;
+            samples[2 * i] = samples[2 * i + 1] = value;
+            phase += 2 * M_PI * 660 / 48000;
+        }
+    });
+    ScreenCaptureOptions options;
+    options.includeAudio = true;
+    start(areaSelection(backend_->shareableContent(), {200, 100, 320, 240}), options);
+    const double armed = monotonicNow();
+    toneFrom = armed + 0.8;
+    run(2000ms);
+    const auto result = stop();
+    speakers.stop();
+    ASSERT_EQ(result.screenSegments.size(), 1U);
+    EXPECT_TRUE(failure_.empty()) << failure_;
+
+    const auto probe = probeMediaFile(movie_);
+    ASSERT_NE(probe.firstAudio(), nullptr) << "no sound in the movie";
+    EXPECT_EQ(probe.firstAudio()->sampleRate, 48000);
+    const std::vector<float> heard = decodeAudioFile(movie_, AudioFormat{48000, 2});
+    const double seconds = static_cast<double>(heard.size()) / 2 / 48000;
+    EXPECT_NEAR(seconds, result.screenSegments[0].duration, 0.15);
+    size_t onset = 0;
+    while (onset < heard.size() / 2 && std::abs(heard[2 * onset]) < 0.1f) {
+        ++onset;
+    }
+    ASSERT_LT(onset, heard.size() / 2) << "the tone is not in the movie";
+    const double expected = toneEmitted - armed;
+    EXPECT_GT(static_cast<double>(onset) / 48000, expected - 0.05);
+    EXPECT_LT(static_cast<double>(onset) / 48000, expected + 0.3);
+    const std::vector<float> tone(heard.begin() + static_cast<std::ptrdiff_t>(onset + 4800) * 2,
+                                  heard.end() - 4800 * 2);
+    EXPECT_NEAR(testing::estimateFrequency(tone, 48000, 2), 660, 5);
 }
 
 TEST_F(RecordingAnX11Desktop, AnAreaOfOddSizeComesOutEven) {

@@ -102,8 +102,9 @@ struct CapturedPointerPosition {
     bool visible = false;
 };
 
-// Receives what a stream delivers, on the stream's own thread; calls of one stream never
-// overlap. A receiver must not block for long: the stream waits for it.
+// Receives what a stream delivers, on the stream's own threads: pictures (and the stop) on
+// one, whose calls never overlap, and sound, where the stream has it, possibly on another at
+// the same time. A receiver must not block for long: the stream waits for it.
 class CaptureStreamOutput {
 public:
     virtual ~CaptureStreamOutput() = default;
