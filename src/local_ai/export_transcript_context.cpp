@@ -40,6 +40,20 @@ std::string joinedText(const std::vector<ExportTranscriptWord>& words) {
 
 } // namespace
 
+std::optional<std::pair<double, double>> editedWordSpan(double sourceStart, double sourceEnd,
+                                                        const ResolvedEditTimeline& timeline) {
+    const double start = std::min(sourceStart, sourceEnd);
+    const double end = std::max(sourceStart, sourceEnd);
+    const TimelineClipLayout* clip = clipAt(timeline, (start + end) / 2);
+    if (clip == nullptr) {
+        return std::nullopt;
+    }
+    const double keptStart = std::max(start, clip->sourceStart.seconds);
+    const double keptEnd = std::min(end, clip->sourceEnd.seconds);
+    return std::pair{timeline.editTime(SourceTime(keptStart)).seconds,
+                     timeline.editTime(SourceTime(keptEnd)).seconds};
+}
+
 std::vector<ExportTranscriptWord> editedTranscriptWords(const TranscriptAnalysis& analysis,
                                                         const ResolvedEditTimeline& timeline) {
     std::vector<ExportTranscriptWord> result;
@@ -51,14 +65,11 @@ std::vector<ExportTranscriptWord> editedTranscriptWords(const TranscriptAnalysis
         }
         const double sourceStart = std::min(*word.startTime, *word.endTime);
         const double sourceEnd = std::max(*word.startTime, *word.endTime);
-        const TimelineClipLayout* clip = clipAt(timeline, (sourceStart + sourceEnd) / 2);
-        if (clip == nullptr) {
+        const auto span = editedWordSpan(sourceStart, sourceEnd, timeline);
+        if (!span) {
             continue;
         }
-        const double keptStart = std::max(sourceStart, clip->sourceStart.seconds);
-        const double keptEnd = std::min(sourceEnd, clip->sourceEnd.seconds);
-        result.push_back({text, timeline.editTime(SourceTime(keptStart)).seconds,
-                          timeline.editTime(SourceTime(keptEnd)).seconds, sourceStart, sourceEnd});
+        result.push_back({text, span->first, span->second, sourceStart, sourceEnd});
     }
     std::stable_sort(result.begin(), result.end(),
                      [](const auto& a, const auto& b) { return a.start < b.start; });

@@ -9,9 +9,17 @@
 #include "speech/transcript/transcript_analysis.h"
 #include "timeline/resolved_edit_timeline.h"
 
+#include <optional>
+#include <utility>
 #include <vector>
 
 namespace orvelle {
+
+// Where a word of source times [sourceStart, sourceEnd] plays in the finished movie:
+// (start, end) in edit seconds, clamped to the clip that holds its middle. Absent when no
+// clip holds its middle: the word was cut.
+std::optional<std::pair<double, double>> editedWordSpan(double sourceStart, double sourceEnd,
+                                                        const ResolvedEditTimeline& timeline);
 
 // The words in edit-time order. Words without times or text are left out.
 std::vector<ExportTranscriptWord> editedTranscriptWords(const TranscriptAnalysis& analysis,

@@ -30,12 +30,18 @@ TinyTake writeTinyTake(const std::filesystem::path& folder, const TinyTakeOption
     std::vector<RecordedMediaSegment> microphones;
     if (options.withMicrophone) {
         take.microphoneURL = folder / "Tiny Take-microphone-001.wav";
-        writeAudioFile(*take.microphoneURL, sineTone(440, options.seconds, 48000, 1), {48000, 1});
+        writeAudioFile(*take.microphoneURL,
+                       options.microphoneSamples.empty() ? sineTone(440, options.seconds, 48000, 1)
+                                                         : options.microphoneSamples,
+                       {48000, 1});
         RecordedMediaSegment microphone;
         microphone.kind = MediaTrackManifest::Kind::microphone;
         microphone.url = *take.microphoneURL;
-        microphone.duration = options.seconds;
-        microphone.mediaDuration = options.seconds;
+        const double heard = options.microphoneSamples.empty()
+                                 ? options.seconds
+                                 : static_cast<double>(options.microphoneSamples.size()) / 48000;
+        microphone.duration = heard;
+        microphone.mediaDuration = heard;
         microphones.push_back(microphone);
     }
 

@@ -17,7 +17,9 @@ struct TinyTakeOptions {
     double frameRate = 30;
     double seconds = 2;
     bool withMicrophone = true; // a 440 Hz tone over the whole take
-    bool withPointer = true;    // a pointer gliding across, with the clicks below
+    // What the microphone heard instead of the tone: mono at 48 kHz, from the take's start.
+    std::vector<float> microphoneSamples;
+    bool withPointer = true; // a pointer gliding across, with the clicks below
     std::vector<double> clicks{0.5, 1.0, 1.05};
     // The camera's stretch of the take, when it has one (a numbered movie of its own).
     std::optional<std::pair<double, double>> camera;

@@ -104,27 +104,96 @@ void addKnock(std::vector<float>& track, double time, float level, std::mt19937&
     }
 }
 
-} // namespace
+// The room: a few close reflections of the voice, a soft hiss and the mains hum.
+void addRoom(std::vector<float>& samples, std::mt19937& random) {
+    const std::vector<float> dry = samples;
+    for (const auto& [delay, gain] : {std::pair{0.013, 0.22f}, {0.023, 0.14f}, {0.037, 0.08f}}) {
+        const size_t offset = sampleIndex(delay);
+        for (size_t i = offset; i < samples.size(); ++i) {
+            samples[i] += gain * dry[i - offset];
+        }
+    }
+    std::normal_distribution<float> hiss(0, 1);
+    float pink = 0;
+    for (size_t i = 0; i < samples.size(); ++i) {
+        pink = 0.97f * pink + 0.03f * hiss(random);
+        const double t = static_cast<double>(i) / kAudioSampleRate;
+        samples[i] +=
+            0.012f * pink + 0.0005f * static_cast<float>(std::sin(2 * std::numbers::pi * 50 * t));
+    }
+}
 
-MicrophoneTrack recordNarration(const SampleScript& script, const fs::path& scratchFolder) {
-    // All sentences are spoken at once: the speaker is a separate program.
+// Runs espeak-ng on each text, a few at a time; the WAV files in order.
+std::vector<fs::path> speakAll(const std::vector<std::string>& texts, const fs::path& folder,
+                               const std::string& prefix) {
+    constexpr size_t kAtOnce = 8;
     std::vector<fs::path> files;
-    std::vector<pid_t> speakers;
-    for (size_t i = 0; i < script.narration.size(); ++i) {
-        files.push_back(scratchFolder / ("sentence-" + std::to_string(i + 1) + ".wav"));
-        speakers.push_back(startSpeaking(script.narration[i].text, files.back()));
+    for (size_t i = 0; i < texts.size(); ++i) {
+        files.push_back(folder / (prefix + "-" + std::to_string(i + 1) + ".wav"));
     }
     std::optional<Error> failure;
-    for (const pid_t pid : speakers) {
-        try {
-            waitForSpeaker(pid);
-        } catch (const Error& error) {
-            failure = failure.value_or(error); // wait for every one, report the first
+    for (size_t from = 0; from < texts.size(); from += kAtOnce) {
+        std::vector<pid_t> speakers;
+        for (size_t i = from; i < std::min(texts.size(), from + kAtOnce); ++i) {
+            speakers.push_back(startSpeaking(texts[i], files[i]));
+        }
+        for (const pid_t pid : speakers) {
+            try {
+                waitForSpeaker(pid);
+            } catch (const Error& error) {
+                failure = failure.value_or(error); // wait for every one, report the first
+            }
         }
     }
     if (failure) {
         throw *failure;
     }
+    return files;
+}
+
+} // namespace
+
+SpokenPassage speakPassage(const std::vector<PassageWord>& words, const fs::path& scratchFolder,
+                           double tail, std::uint32_t seed) {
+    std::vector<std::string> texts;
+    for (const auto& word : words) {
+        texts.push_back(word.text);
+    }
+    const auto files = speakAll(texts, scratchFolder, "word");
+    SpokenPassage passage;
+    std::vector<std::vector<float>> spoken;
+    double time = 0;
+    for (size_t i = 0; i < words.size(); ++i) {
+        spoken.push_back(trimmedSpeech(decodeAudioFile(files[i], {kAudioSampleRate, 1})));
+        time += words[i].pauseBefore;
+        // Whole samples, so that the times written are those of the samples.
+        const double start = static_cast<double>(sampleIndex(time)) / kAudioSampleRate;
+        const double end = start + static_cast<double>(spoken.back().size()) / kAudioSampleRate;
+        passage.words.push_back({words[i].text, start, end});
+        time = end;
+    }
+    passage.duration = time + tail;
+    passage.samples.assign(sampleIndex(passage.duration), 0.0f);
+    for (size_t i = 0; i < words.size(); ++i) {
+        const size_t first = sampleIndex(passage.words[i].start);
+        std::copy(spoken[i].begin(), spoken[i].end(),
+                  passage.samples.begin() + static_cast<long>(first));
+    }
+    std::mt19937 random(seed * 7919U + 17U);
+    addRoom(passage.samples, random);
+    for (float& sample : passage.samples) {
+        sample = std::clamp(sample, -1.0f, 1.0f);
+    }
+    return passage;
+}
+
+MicrophoneTrack recordNarration(const SampleScript& script, const fs::path& scratchFolder) {
+    // The speaker is a separate program: several sentences are spoken at once.
+    std::vector<std::string> texts;
+    for (const auto& sentence : script.narration) {
+        texts.push_back(sentence.text);
+    }
+    const auto files = speakAll(texts, scratchFolder, "sentence");
 
     MicrophoneTrack track;
     track.samples.assign(sampleIndex(script.duration), 0.0f);
@@ -145,23 +214,8 @@ MicrophoneTrack recordNarration(const SampleScript& script, const fs::path& scra
         free = start + length + 0.4; // a breath
     }
 
-    // The room: a few close reflections of the voice, a soft hiss and the mains hum.
-    const std::vector<float> dry = track.samples;
-    for (const auto& [delay, gain] : {std::pair{0.013, 0.22f}, {0.023, 0.14f}, {0.037, 0.08f}}) {
-        const size_t offset = sampleIndex(delay);
-        for (size_t i = offset; i < track.samples.size(); ++i) {
-            track.samples[i] += gain * dry[i - offset];
-        }
-    }
     std::mt19937 random(script.seed * 7919U + 17U);
-    std::normal_distribution<float> hiss(0, 1);
-    float pink = 0;
-    for (size_t i = 0; i < track.samples.size(); ++i) {
-        pink = 0.97f * pink + 0.03f * hiss(random);
-        const double t = static_cast<double>(i) / kAudioSampleRate;
-        track.samples[i] +=
-            0.012f * pink + 0.0005f * static_cast<float>(std::sin(2 * std::numbers::pi * 50 * t));
-    }
+    addRoom(track.samples, random);
     std::uniform_real_distribution<float> loudness(0.7f, 1.3f);
     for (const auto& key : script.keys) {
         const bool heavy = key.text == " " || key.text == "\n";

@@ -34,6 +34,35 @@ struct MicrophoneTrack {
 MicrophoneTrack recordNarration(const SampleScript& script,
                                 const std::filesystem::path& scratchFolder);
 
+// A word of a passage spoken one word at a time, with the silence before it.
+struct PassageWord {
+    std::string text;          // as a transcript writes it ("Hello," "um")
+    double pauseBefore = 0.25; // seconds of room tone before the word
+};
+
+// A spoken word where it landed: seconds from the start, first and last sample above the
+// room's level.
+struct SpokenWord {
+    std::string text;
+    double start = 0;
+    double end = 0;
+
+    friend bool operator==(const SpokenWord&, const SpokenWord&) = default;
+};
+
+struct SpokenPassage {
+    std::vector<float> samples; // mono, kAudioSampleRate, `tail` of room tone after the last word
+    std::vector<SpokenWord> words;
+    double duration = 0;
+};
+
+// Speaks each word by itself with espeak-ng and lays the words end to end with the pauses
+// asked for, over the same room as the narration; so every word's times are known to the
+// sample. For tests of cutting by words. Throws orvelle::Error when espeak-ng fails.
+SpokenPassage speakPassage(const std::vector<PassageWord>& words,
+                           const std::filesystem::path& scratchFolder, double tail = 0.6,
+                           std::uint32_t seed = 1);
+
 // The system's own sound: silence but for a chime when the tests pass. Stereo, interleaved.
 std::vector<float> systemSound(const SampleScript& script);
 

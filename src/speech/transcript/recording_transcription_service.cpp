@@ -84,33 +84,11 @@ void renderSegments(const std::vector<TakeSegmentManifest>& segments,
 
 std::optional<RecordingTranscriptionRequest>
 requestFor(const EditorDocument& document, std::optional<TranscriptModelSource> modelSource) {
-    std::vector<TakeSegmentManifest> segments;
-    for (const TakeSegmentManifest& segment : document.manifest.segmentsFor(Kind::microphone)) {
-        if (opens(segment.url)) {
-            segments.push_back(segment);
-        }
-    }
-    if (segments.empty()) {
+    const auto audio = RecordingTranscriptionService::prepareAudio(document);
+    if (!audio) {
         return std::nullopt;
     }
-    RecordingTranscriptionRequest request;
-    request.screenURL = document.screenURL;
-    request.modelSource = std::move(modelSource);
-    const TakeSegmentManifest& first = segments.front();
-    if (segments.size() == 1 && first.programStart <= 0.001 &&
-        std::abs(first.duration - first.mediaDuration) <= 0.001) {
-        request.audioURL = first.url;
-        return request;
-    }
-    request.audioURL = RecordingTranscriptionService::transcriptionAudioURL(document);
-    removeIgnoringErrors(request.audioURL);
-    try {
-        renderSegments(segments, request.audioURL);
-    } catch (const Error&) {
-        removeIgnoringErrors(request.audioURL);
-        throw RecordingTranscriptionError(RecordingTranscriptionErrorCode::audioPreparationFailed);
-    }
-    return request;
+    return RecordingTranscriptionRequest{document.screenURL, *audio, std::move(modelSource)};
 }
 
 } // namespace
@@ -125,6 +103,32 @@ namespace RecordingTranscriptionService {
 
 std::filesystem::path transcriptionAudioURL(const EditorDocument& document) {
     return replacingExtension(document.documentURL, "transcription.m4a");
+}
+
+std::optional<std::filesystem::path> prepareAudio(const EditorDocument& document) {
+    std::vector<TakeSegmentManifest> segments;
+    for (const TakeSegmentManifest& segment : document.manifest.segmentsFor(Kind::microphone)) {
+        if (opens(segment.url)) {
+            segments.push_back(segment);
+        }
+    }
+    if (segments.empty()) {
+        return std::nullopt;
+    }
+    const TakeSegmentManifest& first = segments.front();
+    if (segments.size() == 1 && first.programStart <= 0.001 &&
+        std::abs(first.duration - first.mediaDuration) <= 0.001) {
+        return first.url;
+    }
+    const auto url = transcriptionAudioURL(document);
+    removeIgnoringErrors(url);
+    try {
+        renderSegments(segments, url);
+    } catch (const Error&) {
+        removeIgnoringErrors(url);
+        throw RecordingTranscriptionError(RecordingTranscriptionErrorCode::audioPreparationFailed);
+    }
+    return url;
 }
 
 std::optional<RecordingTranscriptionRequest> makeRequest(const EditorDocument& document) {

@@ -44,6 +44,11 @@ RecordingTranscriptionResult transcribe(const RecordingTranscriptionRequest& req
 
 std::filesystem::path transcriptionAudioURL(const EditorDocument& document);
 
+// The take's microphone at take times, whatever transcribes or aligns it: the one file as
+// it is, or its segments rendered afresh into transcriptionAudioURL. Absent when no
+// microphone segment is readable; throws audioPreparationFailed when rendering fails.
+std::optional<std::filesystem::path> prepareAudio(const EditorDocument& document);
+
 } // namespace RecordingTranscriptionService
 
 } // namespace orvelle

@@ -50,6 +50,40 @@ bool isWhitespaceOrNewline(char32_t scalar) {
            utf8proc_category(static_cast<utf8proc_int32_t>(scalar)) == UTF8PROC_CATEGORY_ZS;
 }
 
+bool isLetterOrDigit(char32_t scalar) {
+    if (scalar > 0x10FFFF) {
+        return false;
+    }
+    switch (utf8proc_category(static_cast<utf8proc_int32_t>(scalar))) {
+    case UTF8PROC_CATEGORY_LU:
+    case UTF8PROC_CATEGORY_LL:
+    case UTF8PROC_CATEGORY_LT:
+    case UTF8PROC_CATEGORY_LM:
+    case UTF8PROC_CATEGORY_LO:
+    case UTF8PROC_CATEGORY_ND:
+    case UTF8PROC_CATEGORY_NL:
+    case UTF8PROC_CATEGORY_NO:
+        return true;
+    default:
+        return false;
+    }
+}
+
+std::string lowercasedAlphanumerics(std::string_view text) {
+    std::string result;
+    for (const char32_t scalar : decodeUTF8(text)) {
+        if (isLetterOrDigit(scalar)) {
+            appendUTF8(result, static_cast<char32_t>(
+                                   utf8proc_tolower(static_cast<utf8proc_int32_t>(scalar))));
+        }
+    }
+    return result;
+}
+
+size_t scalarCount(std::string_view text) {
+    return decodeUTF8(text).size();
+}
+
 std::string trimmingWhitespace(std::string_view text) {
     const std::u32string scalars = decodeUTF8(text);
     size_t begin = 0;

@@ -16,6 +16,15 @@ void appendUTF8(std::string& text, char32_t scalar);
 // Blanks of every script plus tab, line and paragraph breaks.
 bool isWhitespaceOrNewline(char32_t scalar);
 
+// Letters and digits of every script (the Unicode categories L and N).
+bool isLetterOrDigit(char32_t scalar);
+
+// The text lower-cased, with only its letters and digits kept: "Don't," gives "dont".
+std::string lowercasedAlphanumerics(std::string_view text);
+
+// The number of scalars, as a reader counts characters.
+size_t scalarCount(std::string_view text);
+
 // The text without leading and trailing whitespace and newlines.
 std::string trimmingWhitespace(std::string_view text);
 
