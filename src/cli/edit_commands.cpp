@@ -22,7 +22,7 @@ int runEdit(const Arguments& arguments) {
     loadDocument(store, document, document.project.screen.zoomScale);
     EditSessionCoordinator sessions(store);
     TimelineEditGestures gestures(store, sessions);
-    EditOperations session(store, gestures);
+    EditOperations session(store, gestures, document);
     for (size_t i = 0; i < operations.size(); ++i) {
         session.apply(operations[i], JsonDecodeContext().key("ops").index(i));
     }

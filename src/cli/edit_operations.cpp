@@ -4,6 +4,8 @@
 #include "core/file_url.h"
 #include "core/files.h"
 #include "editor/timeline_edit_gestures.h"
+#include "transcript_edit/editor_transcript_store.h"
+#include "transcript_edit/transcript_text_editing.h"
 
 #include <functional>
 #include <iostream>
@@ -15,8 +17,9 @@ namespace orvelle::cli {
 // The operations over one store and its gestures.
 class EditOperations::EditSession {
 public:
-    EditSession(EditorStore& store, TimelineEditGestures& gestures)
-        : store_(store), gestures_(gestures) {}
+    EditSession(EditorStore& store, TimelineEditGestures& gestures,
+                std::optional<EditorDocument> document)
+        : store_(store), gestures_(gestures), document_(std::move(document)) {}
 
     // Runs one operation; its result, or null when it did not apply.
     Json apply(const Json& operation, const JsonDecodeContext& context) {
@@ -349,6 +352,32 @@ private:
                  s.gestures_.finishAllEditSessions();
                  return Json(true);
              }},
+            {"deleteTranscriptWords",
+             [](EditSession& s, const JsonObjectReader& r) {
+                 const auto& transcript = s.transcript(r);
+                 const int first = r.required<int>("first");
+                 const int last = r.value<int>("last", first);
+                 const auto count = static_cast<int>(transcript.transcript().analysis.words.size());
+                 if (first < 0 || last < first || last >= count) {
+                     r.context().key("last").fail("the words " + std::to_string(first) + "-" +
+                                                  std::to_string(last) + " are not 0 to " +
+                                                  std::to_string(count - 1) + " in order");
+                 }
+                 const auto cut = transcript.cutWords(TranscriptTokenIDRange::words(first, last),
+                                                      s.store_, s.gestures_);
+                 return cut ? encodeJson(cut->gap) : Json(nullptr);
+             }},
+            {"restoreTranscriptMarker",
+             [](EditSession& s, const JsonObjectReader& r) {
+                 const auto& transcript = s.transcript(r);
+                 const auto markers = transcript.collapsedRanges(s.store_.project().timeline);
+                 const int number = r.required<int>("marker");
+                 if (number < 0 || number >= static_cast<int>(markers.size())) {
+                     return Json(nullptr);
+                 }
+                 return optionalJson(TranscriptTimelineEditing::restore(
+                     markers[static_cast<size_t>(number)], s.store_, s.gestures_));
+             }},
             {"undo", [](EditSession& s, const JsonObjectReader&) { return s.stepHistory(true); }},
             {"redo", [](EditSession& s, const JsonObjectReader&) { return s.stepHistory(false); }},
         };
@@ -366,8 +395,27 @@ private:
         return change ? label : Json(nullptr);
     }
 
+    // The document's transcript, read once.
+    const TranscriptTimelineEditing& transcript(const JsonObjectReader& reader) {
+        if (!transcript_) {
+            std::optional<EditorTranscript> loaded;
+            if (document_) {
+                loaded = EditorTranscriptStore::load(*document_);
+            }
+            if (!loaded) {
+                reader.context().key("op").fail(
+                    "the document has no transcript; run 'orvelle transcript process' first");
+            }
+            transcript_ = std::make_unique<TranscriptTimelineEditing>(
+                std::move(*loaded), loadSpliceEnergyProfile(*document_));
+        }
+        return *transcript_;
+    }
+
     EditorStore& store_;
     TimelineEditGestures& gestures_;
+    std::optional<EditorDocument> document_;
+    std::unique_ptr<TranscriptTimelineEditing> transcript_;
     Json results_ = Json::array();
 };
 
@@ -406,6 +454,10 @@ a negative N counts from the end, -1 the last):
   auxiliary lane gestures (one undo step until endGesture)
     {"op": "moveRangeClip", "lane": LANE, "id": ID, "by": EDIT}
     {"op": "resizeRangeClip", "lane": LANE, "id": ID, "edge": EDGE, "by": EDIT}
+  by the transcript (word indexes from 0, both ends included; markers as
+  'orvelle transcript show' numbers them, from 0)
+    {"op": "deleteTranscriptWords", "first": I, ["last": J]}
+    {"op": "restoreTranscriptMarker", "marker": N}
   look and sound
     {"op": "setRemovesNoise", "value": BOOL}
     {"op": "applyPreset", ["screenStyle"], ["background"], ["cursor"], ["camera"],
@@ -414,8 +466,9 @@ a negative N counts from the end, -1 the last):
     {"op": "beginUndoTransaction", "label": TEXT}   {"op": "endUndoTransaction"}
     {"op": "endGesture"}   {"op": "undo"}   {"op": "redo"})";
 
-EditOperations::EditOperations(EditorStore& store, TimelineEditGestures& gestures)
-    : session_(std::make_unique<EditSession>(store, gestures)) {}
+EditOperations::EditOperations(EditorStore& store, TimelineEditGestures& gestures,
+                               std::optional<EditorDocument> document)
+    : session_(std::make_unique<EditSession>(store, gestures, std::move(document))) {}
 
 EditOperations::~EditOperations() = default;
 

@@ -7,6 +7,7 @@
 #include "core/json.h"
 #include "editor/editor_store.h"
 #include "editor/timeline_edit_gestures.h"
+#include "project/editor_document.h"
 
 #include <memory>
 #include <string>
@@ -19,7 +20,10 @@ extern const std::string_view kEditOperationsHelp;
 
 class EditOperations {
 public:
-    EditOperations(EditorStore& store, TimelineEditGestures& gestures);
+    // The transcript operations read the document's transcript (and its microphone, so
+    // that cuts land in silence) when first used; without a document they do not apply.
+    EditOperations(EditorStore& store, TimelineEditGestures& gestures,
+                   std::optional<EditorDocument> document = std::nullopt);
     ~EditOperations();
     EditOperations(const EditOperations&) = delete;
     EditOperations& operator=(const EditOperations&) = delete;

@@ -7,6 +7,8 @@
 #include "export/render_export_codec.h"
 #include "export/render_exporter.h"
 #include "export/render_pipe.h"
+#include "transcript_edit/editor_transcript_store.h"
+#include "transcript_edit/transcript_captions.h"
 
 #include <algorithm>
 #include <cctype>
@@ -110,6 +112,24 @@ RenderExportSettings exportSettings(const Arguments& arguments, const fs::path& 
         }
         settings.fps = *fps;
     }
+    if (const auto captions = arguments.value("--captions")) {
+        if (*captions == "burn") {
+            // The edited transcript's captions, drawn over the picture as text clips are.
+            const auto transcript = EditorTranscriptStore::load(snapshot.sourceURL);
+            if (!transcript) {
+                throw Error("\"" + document +
+                            "\" has no transcript to caption. Run 'orvelle "
+                            "transcript process " +
+                            document + "' first.");
+            }
+            for (auto& clip : TranscriptCaptions::burnedInTextClips(
+                     TranscriptCaptions::cues(*transcript, settings.project))) {
+                settings.project.text.clips.push_back(std::move(clip));
+            }
+        } else if (*captions != "none") {
+            throw UsageError("--captions takes burn or none, not \"" + *captions + "\".");
+        }
+    }
     duration = RenderComposition::renderEditTimeline(
                    RenderComposition::normalizedTimelineClips(
                        settings.timelineClips, settings.project.timeline.sourceDuration),
@@ -185,7 +205,7 @@ Command exportCommand() {
         "render an edit into a finished movie (mp4 or mov)",
         "orvelle export DOCUMENT -o OUT.mp4|OUT.mov [--quality standard|high|best]\n"
         "               [--size WxH] [--aspect auto|wide|square|classic|vertical|tall|portrait]\n"
-        "               [--fps N] [--dry-run] [--json]\n\n"
+        "               [--fps N] [--captions burn] [--dry-run] [--json]\n\n"
         "Renders DOCUMENT (a take's movie or .take.json, a project package, a bare movie or\n"
         "a project JSON) into a movie: zooms, the styled pointer, the background, camera,\n"
         "mask, text, the sound of the edit with music and click sounds. A take never\n"
@@ -194,7 +214,9 @@ Command exportCommand() {
         "rate set by --quality (default high); .mov is ProRes 422 Proxy with AAC. The\n"
         "movie is --size (default 1920x1080) fitted to the aspect ratio, the project's\n"
         "unless --aspect is given (auto follows the recording), at the recording's frame\n"
-        "rate held to 24...60 unless --fps is given. Shows a progress bar on a terminal\n"
+        "rate held to 24...60 unless --fps is given. --captions burn draws the captions of\n"
+        "the edited transcript into the picture, styled as text clips. Shows a progress bar on a "
+        "terminal\n"
         "and plain progress lines otherwise; Ctrl-C stops the export and removes the\n"
         "half-written file. With --dry-run prints the settings it would use (sizes, fps,\n"
         "codecs, bit rate, duration) and writes nothing; --json prints them as JSON, and\n"
@@ -204,6 +226,7 @@ Command exportCommand() {
          {"--size", true},
          {"--aspect", true},
          {"--fps", true},
+         {"--captions", true},
          {"--dry-run"},
          {"--json"}},
         runExport};

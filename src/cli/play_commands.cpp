@@ -207,7 +207,7 @@ int runPlay(const Arguments& arguments) {
     const InterruptStop interrupt;
     Json perSecond = Json::array();
     Json applied = Json::array();
-    EditOperations operations(store, model.gestures());
+    EditOperations operations(store, model.gestures(), document);
     const bool json = arguments.flag("--json");
     const PlaybackStatistics before = model.player().statistics();
     uint64_t droppedBefore = before.droppedFrames;

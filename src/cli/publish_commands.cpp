@@ -5,7 +5,7 @@
 #include "local_ai/export_transcript_context.h"
 #include "local_ai/llama_cpp_youtube_metadata_generator.h"
 #include "local_ai/youtube_metadata_draft.h"
-#include "project/orvelle_project_package.h"
+#include "transcript_edit/editor_transcript_store.h"
 
 #include <filesystem>
 #include <iostream>
@@ -30,14 +30,15 @@ int runPublishDraft(const Arguments& arguments) {
         throw Error("There is no document at " + documentPath(documentArgument).string() + ".");
     }
     const EditorDocument document = openDocument(documentArgument);
-    const auto transcriptURL = OrvelleProjectPackage::transcriptJSONURL(document.screenURL);
-    if (!std::filesystem::exists(transcriptURL)) {
+    // The editor's transcript (precise times), else the older forms beside the take.
+    const auto transcript = EditorTranscriptStore::load(document);
+    if (!transcript) {
         throw Error(std::string(YouTubeMetadataGenerationError(
                                     YouTubeMetadataGenerationErrorCode::missingTranscript)
                                     .what()) +
-                    " Run 'orvelle transcribe " + documentArgument + "' first.");
+                    " Run 'orvelle transcript process " + documentArgument + "' first.");
     }
-    const auto analysis = decodeJson<TranscriptAnalysis>(readJsonFile(transcriptURL));
+    const TranscriptAnalysis& analysis = transcript->analysis;
 
     YouTubeMetadataGenerationRequest request;
     request.context = ExportTranscriptContextBuilder::make(analysis, document.project);

@@ -86,7 +86,7 @@ TEST_F(PublishDraftCommand, SaysWhatIsMissing) {
     const auto noTranscript = runProgram(testing::orvelleBinary(), command({}));
     EXPECT_EQ(noTranscript.status, 1);
     EXPECT_NE(noTranscript.err.find("Could not create a transcript for this recording. Run "
-                                    "'orvelle transcribe"),
+                                    "'orvelle transcript process"),
               std::string::npos);
 }
 
