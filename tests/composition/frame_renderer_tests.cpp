@@ -168,6 +168,31 @@ TEST(FrameRendererCard, MotionBlurBelowItsThresholdChangesNothing) {
     EXPECT_NE(at(sharp, W / 2 - 1, 90), at(blurred, W / 2 - 1, 90));
 }
 
+// A tilted card brings the edge on its tilt's side closer: that side looks taller.
+TEST(FrameRendererCard, PerspectiveBringsTheTiltedSideCloser) {
+    FrameRenderingContext context;
+    FrameComposition composition = idleComposition(W, H, 0.1);
+    const auto cardHeights = [&](double direction, double angle) {
+        composition.preview.screen.perspective = {direction, angle};
+        const Bitmap frame = renderFrame(greenCard(composition), context);
+        const auto height = [&](double x) {
+            int green = 0;
+            for (int y = 0; y < static_cast<int>(H); ++y) {
+                green += at(frame, x, y)[1] > 128;
+            }
+            return green;
+        };
+        return std::pair{height(40), height(W - 40)};
+    };
+    const auto [flatLeft, flatRight] = cardHeights(90, 0);
+    EXPECT_EQ(flatLeft, flatRight);
+    const auto [left, right] = cardHeights(90, 20);
+    EXPECT_GT(right, left + 4);
+    const auto [mirroredLeft, mirroredRight] = cardHeights(270, 20);
+    EXPECT_NEAR(mirroredLeft, right, 1);
+    EXPECT_NEAR(mirroredRight, left, 1);
+}
+
 MaskLayerComposition maskOver(const Rect& stageRect, double opacity, bool inverted) {
     MaskLayerComposition mask;
     mask.stageRect = stageRect;
@@ -264,6 +289,47 @@ TEST(FrameRendererPointer, HotSpotLandsOnThePointerPoint) {
         EXPECT_EQ(ink(without, point.x + 6, point.y + 10), 0);
         EXPECT_EQ(ink(without, point.x, point.y), 0);
     }
+}
+
+// A moving pointer is smeared along its movement by about the length of its blur vector,
+// and keeps its size across the movement; at rest it is sharp.
+TEST(FrameRendererPointer, MovementSmearsThePointerAlongItsDirectionOnly) {
+    const Point point{160, 90};
+    const Image picture = solidPicture(W, H, {0.5, 0.5, 0.5, 1});
+    // How many pixels of the row (or column) through the point carry ink of the pointer.
+    const auto inkSpan = [&](const Bitmap& frame, bool alongX) {
+        int span = 0;
+        for (int i = 0; i < (alongX ? static_cast<int>(W) : static_cast<int>(H)); ++i) {
+            const auto p = alongX ? at(frame, i, point.y) : at(frame, point.x, i);
+            span += std::abs(p[0] - 128) + std::abs(p[1] - 128) + std::abs(p[2] - 128) > 12;
+        }
+        return span;
+    };
+    FrameRenderingContext context;
+    const auto spans = [&](Size motionBlur) {
+        FrameComposition composition = idleComposition(W, H, 0);
+        composition.cursorStyle = CursorStyle::dot;
+        composition.cursorDotColor = {1, 0, 0, 1};
+        CursorLayerComposition cursor;
+        cursor.position = point;
+        cursor.motionBlur = motionBlur;
+        composition.preview.cursor = cursor;
+        const Bitmap frame =
+            renderFrame({picture, std::nullopt, std::nullopt, composition}, context);
+        return std::pair{inkSpan(frame, true), inkSpan(frame, false)};
+    };
+    const auto [restX, restY] = spans({0, 0});
+    ASSERT_GT(restX, 5);
+    EXPECT_NEAR(restX, restY, 1);
+    // 12 points of movement over the frame: half of it to each side of the pointer.
+    const auto [sidewaysX, sidewaysY] = spans({12, 0});
+    EXPECT_GE(sidewaysX - restX, 8);
+    EXPECT_LE(sidewaysX - restX, 14);
+    EXPECT_NEAR(sidewaysY, restY, 1);
+    const auto [downX, downY] = spans({0, 12});
+    EXPECT_GE(downY - restY, 8);
+    EXPECT_LE(downY - restY, 14);
+    EXPECT_NEAR(downX, restX, 1);
 }
 
 CameraLayerComposition overlay(double size, double cornerRadius, double horizontalScale) {

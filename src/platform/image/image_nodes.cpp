@@ -1170,7 +1170,9 @@ NodePointer gaussianBlurNode(const NodePointer& input, double sigma) {
 }
 
 NodePointer motionBlurNode(const NodePointer& input, double radius, double angle) {
-    if (!(radius > 0) || input->extent().isEmpty() || input->extent().isInfinite()) {
+    // An infinite input (an image clamped to its extent) is smeared like any other: only the
+    // pixels within reach of the region asked for are rendered.
+    if (!(radius > 0) || input->extent().isEmpty()) {
         return input;
     }
     return std::make_shared<MotionBlurNode>(input, radius, angle);
