@@ -26,6 +26,12 @@ std::string denoiseFilters(double noiseFloorDecibels) {
     return "highpass=f=70,afftdn=nr=12:nf=" + std::to_string(floor);
 }
 
+// FFmpeg's afftdn works in windows of three hops of 1/80 s and gives each sample back two
+// hops after it took it in. The high-pass before it delays nothing as a whole.
+int64_t denoiseLatencyFrames(int sampleRate) {
+    return 2 * static_cast<int64_t>(sampleRate / 80);
+}
+
 double noiseFloorDecibels(AudioDecoder& decoder) {
     const AudioFormat format = decoder.format();
     const auto channels = static_cast<size_t>(format.channelCount);
@@ -128,21 +134,44 @@ void writeDenoisedAudio(const std::filesystem::path& source,
     settings.input = format;
     settings.output = format;
     AudioFileWriter writer(destination, MovieContainer::m4a, settings);
-    constexpr size_t block = 8192;
-    std::vector<float> input(block * static_cast<size_t>(format.channelCount));
+    const auto channels = static_cast<size_t>(format.channelCount);
+    // The gate hands each sample back a fixed time after it took it in: that much of the
+    // output's head is dropped and as much silence follows the input, so the copy lines up
+    // with its source to the sample and has its length.
+    auto toSkip = static_cast<size_t>(denoiseLatencyFrames(format.sampleRate));
+    const size_t latency = toSkip;
+    size_t sourceFrames = 0;
+    size_t written = 0;
     std::vector<float> output;
+    const auto keep = [&] {
+        const size_t frames = output.size() / channels;
+        const size_t skipped = std::min(toSkip, frames);
+        toSkip -= skipped;
+        const size_t kept = std::min(frames - skipped, sourceFrames - written);
+        writer.append(output.data() + skipped * channels, kept);
+        written += kept;
+        output.clear();
+    };
+    constexpr size_t block = 8192;
+    std::vector<float> input(block * channels);
     while (true) {
         const size_t got = decoder.read(input.data(), block);
         if (got == 0) {
             break;
         }
-        output.clear();
+        sourceFrames += got;
         filters.process(input.data(), got, output);
-        writer.append(output.data(), output.size() / static_cast<size_t>(format.channelCount));
+        keep();
     }
-    output.clear();
+    const std::vector<float> silence(std::max<size_t>(latency, 1) * channels, 0.0f);
+    filters.process(silence.data(), latency, output);
+    keep();
     filters.finish(output);
-    writer.append(output.data(), output.size() / static_cast<size_t>(format.channelCount));
+    keep();
+    if (written < sourceFrames) {
+        output.assign((sourceFrames - written) * channels, 0.0f);
+        keep();
+    }
     writer.finish();
 }
 

@@ -4,10 +4,11 @@
 // by the source's absolute path, size and modification time, so an edited or replaced file
 // gets a fresh copy and an unchanged one is never processed twice. The copy is an m4a at the
 // source's rate and channel count, made with a spectral noise gate (FFmpeg's afftdn) set to the
-// noise floor measured in the file's quietest stretches, after a gentle high-pass. A copy is
-// written under a temporary name and renamed, so a half-made file is never taken for a copy. Makes
-// files: keep it off the main thread. Safe to use from several threads or processes on the same
-// folder (the last rename wins; both copies are equal).
+// noise floor measured in the file's quietest stretches, after a gentle high-pass, and lines
+// up with its source to the sample. A copy is written under a temporary name and renamed, so
+// a half-made file is never taken for a copy. Makes files: keep it off the main thread. Safe
+// to use from several threads or processes on the same folder (the last rename wins; both
+// copies are equal).
 
 #include <filesystem>
 #include <optional>
