@@ -29,6 +29,10 @@ Folders:
   parakeet-split      encoder.onnx, decoder.onnx, joint.onnx, tokenizer.json
   parakeet-fused      encoder-model.onnx, decoder_joint-model.onnx, vocab.txt (the layout
                       in which the model is commonly published for ONNX Runtime)
+  parakeet-public     encoder.int8.onnx, decoder.int8.onnx, joiner.int8.onnx, tokens.txt: the
+                      public three-file layout of quantised exports, with their own tensor
+                      names, a channel-major encoder and decoder output, and one joint output
+                      of token and duration logits together
   parakeet-unshaped   as split, but the decoder's state inputs declare no shape
   parakeet-failing    as split, but the encoder fails on a chunk of digital silence
   parakeet-slow       as split, but the encoder does a fixed amount of matrix work
@@ -94,6 +98,7 @@ SPLIT_LAYERS = 2
 FUSED_ENCODER_WIDTH = 12  # the fused layout's encoder is wider than its decoder state
 FUSED_STATE_WIDTH = 8
 FUSED_LAYERS = 2
+PUBLIC_ENCODER_WIDTH = 10
 SLOW_ENCODER_MATMULS = 24
 
 
@@ -316,12 +321,12 @@ def split_joint(shaped=True):
                                        [1, len(DURATIONS)])])
 
 
-def fused_encoder():
+def fused_encoder(width=FUSED_ENCODER_WIDTH):
     """audio_signal [1, 128, T], length [1] int64 -> outputs [1, H, T'] (frame number in
     channel 0), encoded_lengths [1] int64 = ceil(length / 8)."""
     nodes = []
     frame_numbers(nodes, "audio_signal", 2, "enc")
-    channel = np.zeros([1, FUSED_ENCODER_WIDTH, 1], dtype=np.float32)
+    channel = np.zeros([1, width, 1], dtype=np.float32)
     channel[0, 0, 0] = 1
     nodes += [
         const("enc_axes", int64s(0, 1)),
@@ -337,8 +342,7 @@ def fused_encoder():
         nodes, "encoder",
         [helper.make_tensor_value_info("audio_signal", TensorProto.FLOAT, ["B", MEL_BINS, "T"]),
          helper.make_tensor_value_info("length", TensorProto.INT64, ["B"])],
-        [helper.make_tensor_value_info("outputs", TensorProto.FLOAT,
-                                       ["B", FUSED_ENCODER_WIDTH, "T_enc"]),
+        [helper.make_tensor_value_info("outputs", TensorProto.FLOAT, ["B", width, "T_enc"]),
          helper.make_tensor_value_info("encoded_lengths", TensorProto.INT64, ["B"])])
 
 
@@ -377,6 +381,55 @@ def fused_decoder_joint():
          helper.make_tensor_value_info("prednet_lengths", TensorProto.INT32, ["B"]),
          helper.make_tensor_value_info("output_states_1", TensorProto.FLOAT, state),
          helper.make_tensor_value_info("output_states_2", TensorProto.FLOAT, state)])
+
+
+def public_decoder():
+    """targets [1, 1] int32, target_length [1] int32, states.1 and onnx::Slice_3 [L, 1, S]
+    -> outputs [1, S, 1] (channel-major), prednet_lengths, states = states.1 + 1, and "162" =
+    onnx::Slice_3 + target: the names of a common export script."""
+    state = [SPLIT_LAYERS, "B", SPLIT_HIDDEN]
+    nodes = [
+        const("one", np.array(1, dtype=np.float32)),
+        helper.make_node("Add", ["states.1", "one"], ["states"]),
+        helper.make_node("Cast", ["targets"], ["target_float"], to=TensorProto.FLOAT),
+        const("target_shape", int64s(1, 1, 1)),
+        helper.make_node("Reshape", ["target_float", "target_shape"], ["target_column"]),
+        helper.make_node("Add", ["onnx::Slice_3", "target_column"], ["162"]),
+        helper.make_node("Identity", ["target_length"], ["prednet_lengths"]),
+        const("last_start", int64s(-1)),
+        const("last_end", int64s(INT64_MAX)),
+        const("last_axis", int64s(0)),
+        helper.make_node("Slice", ["states", "last_start", "last_end", "last_axis"],
+                         ["last_layer"]),
+        const("out_shape", int64s(1, -1, 1)),
+        helper.make_node("Reshape", ["last_layer", "out_shape"], ["outputs"]),
+    ]
+    return make_model(
+        nodes, "decoder",
+        [helper.make_tensor_value_info("targets", TensorProto.INT32, ["B", 1]),
+         helper.make_tensor_value_info("target_length", TensorProto.INT32, ["B"]),
+         helper.make_tensor_value_info("states.1", TensorProto.FLOAT, state),
+         helper.make_tensor_value_info("onnx::Slice_3", TensorProto.FLOAT, state)],
+        [helper.make_tensor_value_info("outputs", TensorProto.FLOAT, ["B", SPLIT_HIDDEN, 1]),
+         helper.make_tensor_value_info("prednet_lengths", TensorProto.INT32, ["B"]),
+         helper.make_tensor_value_info("states", TensorProto.FLOAT, state),
+         helper.make_tensor_value_info("162", TensorProto.FLOAT, state)])
+
+
+def public_joiner():
+    """encoder_output [1, H], decoder_output [1, S] -> logit [1, 8193 + 5]."""
+    nodes = []
+    first_element(nodes, "encoder_output", "frame_value")
+    first_element(nodes, "decoder_output", "count_value")
+    path_lookup(nodes, "frame_value", "count_value")
+    nodes.append(helper.make_node("Concat", ["token_hot", "duration_hot"], ["logit"], axis=1))
+    return make_model(
+        nodes, "joiner",
+        [helper.make_tensor_value_info("encoder_output", TensorProto.FLOAT,
+                                       ["N", PUBLIC_ENCODER_WIDTH]),
+         helper.make_tensor_value_info("decoder_output", TensorProto.FLOAT, ["N", SPLIT_HIDDEN])],
+        [helper.make_tensor_value_info("logit", TensorProto.FLOAT,
+                                       ["N", VOCAB_SIZE + len(DURATIONS)])])
 
 
 def tokenizer_json():
@@ -654,6 +707,12 @@ def main(argv):
     save(fused_encoder(), os.path.join(fused, "encoder-model.onnx"))
     save(fused_decoder_joint(), os.path.join(fused, "decoder_joint-model.onnx"))
     write_if_changed(os.path.join(fused, "vocab.txt"), vocab_txt())
+    public = os.path.join(root, "parakeet-public")
+    os.makedirs(public, exist_ok=True)
+    save(fused_encoder(PUBLIC_ENCODER_WIDTH), os.path.join(public, "encoder.int8.onnx"))
+    save(public_decoder(), os.path.join(public, "decoder.int8.onnx"))
+    save(public_joiner(), os.path.join(public, "joiner.int8.onnx"))
+    write_if_changed(os.path.join(public, "tokens.txt"), vocab_txt())
     ctc_folders(root)
     return 0
 

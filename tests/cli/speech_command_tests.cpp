@@ -66,8 +66,10 @@ TEST(SpeechCommands, FailuresSayWhatToDo) {
         testing::runProgram(testing::orvelleBinary(),
                             {"transcribe", audio.string(), "--model", folder.path().string()});
     EXPECT_EQ(missing.status, 1);
-    EXPECT_EQ(missing.err, "orvelle transcribe: Model not found at " +
-                               (folder / "encoder.onnx").string() + "\n");
+    EXPECT_EQ(missing.err, "orvelle transcribe: The speech model in " + folder.path().string() +
+                               " is incomplete. It lacks: encoder.onnx; decoder.onnx; joint.onnx "
+                               "or joiner.onnx; tokenizer.json or tokens.txt. Install the model "
+                               "again or copy the missing files there.\n");
     const auto units =
         testing::runProgram(testing::orvelleBinary(),
                             {"transcribe", audio.string(), "--model",

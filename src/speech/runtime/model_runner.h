@@ -5,7 +5,10 @@
 // each DecoderWorker owns one decoding stream's buffers over the shared decoder sessions,
 // so several chunks can be decoded at once. Both folder layouts end in the same contract:
 // the encoder gives [1, T', H] frames with a mask, the worker runs a decoder step and a
-// joint step on bound buffers.
+// joint step on bound buffers. Exports name and shape their tensors differently, so each
+// tensor's part is read from the model: by element type and order, and the layout of the
+// features and frames by the sizes the model declares. A model with inputs that fit no
+// part is refused with the names it has.
 
 #include "platform/onnx/onnx_session.h"
 #include "speech/runtime/mel_feature_extractor.h"
@@ -16,6 +19,7 @@
 #include <mutex>
 #include <semaphore>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace orvelle {
@@ -64,7 +68,7 @@ public:
     // output is the joint's decoder state until the next step.
     virtual void runDecoderStep() = 0;
     // The joint on the current encoder frame and decoder state; the logits stay valid
-    // until the next call on this worker. Throws ParakeetError for a missing output.
+    // until the next call on this worker. Throws ParakeetError for logits of the wrong size.
     virtual JointLogits runJoint() = 0;
 
 private:
@@ -100,15 +104,16 @@ public:
     };
 
     // Loads the folder's models in order (encoder first). Throws OnnxError when a model
-    // cannot be loaded; the caller checks that the files exist.
+    // cannot be loaded, ParakeetError unsupportedModel when its inputs and outputs are not
+    // those of its part; the caller checks that the files exist.
     ModelRunner(const ParakeetModelFolder& folder, const Configuration& configuration);
     ~ModelRunner();
     ModelRunner(const ModelRunner&) = delete;
     ModelRunner& operator=(const ModelRunner&) = delete;
 
-    // Zero-pads or cuts the features to maxTime frames of numMelBins values, runs the
-    // encoder and returns its frames. One call at a time. Throws ParakeetError for a
-    // missing output or an output of the wrong rank, OnnxError for a failed run.
+    // Cuts the features to maxTime frames of numMelBins values (a model of fixed length gets
+    // them zero-padded to maxTime), runs the encoder and returns its frames. One call at a
+    // time. Throws ParakeetError for an output of the wrong rank, OnnxError for a failed run.
     EncoderOutput runEncoder(const MelFeatureExtractor::Features& features);
 
     // A free worker, waiting for one; nothing once the pool is closed.
@@ -124,11 +129,18 @@ public:
     int vocabSize() const { return configuration_.vocabSize; }
     int maxSymbolsPerStep() const { return configuration_.maxSymbolsPerStep; }
     size_t workerCount() const { return decoderWorkers_.size(); }
-    const OnnxSession& encoderSession() const { return *encoder_; }
 
 private:
-    EncoderOutput runSplitEncoder(const MelFeatureExtractor::Features& features);
-    EncoderOutput runFusedEncoder(const MelFeatureExtractor::Features& features);
+    // Which of the encoder's tensors is which, read from the model.
+    struct EncoderBinding {
+        std::string features;      // float mel features
+        bool channelMajor = false; // [1, bins, T] rather than [1, T, bins]
+        bool openTime = true;      // the model takes any number of frames
+        std::string frameCounts;   // integer: a mask [1, T] or the valid frame count [1]
+        bool countsAreMask = true;
+        std::vector<std::string> outputs; // the encoded frames, then their mask or count
+    };
+    void bindEncoder();
 
     ParakeetModelLayout layout_;
     Configuration configuration_;
@@ -137,8 +149,9 @@ private:
     std::unique_ptr<OnnxSession> joint_;   // split layout only
     int decoderHiddenLayers_ = 2;
     int decoderHiddenSize_ = 640;
+    int64_t encoderWidth_ = -1; // an encoded frame's width as the decoder side declares it
+    EncoderBinding encoderBinding_;
     OnnxFeatureBag encoderInputs_;
-    std::vector<std::string> encoderOutputNames_;
     std::vector<std::unique_ptr<DecoderWorker>> decoderWorkers_;
     std::unique_ptr<BlockingWorkerPool> workerPool_;
 };

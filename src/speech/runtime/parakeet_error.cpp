@@ -2,8 +2,15 @@
 
 namespace orvelle {
 
-ParakeetError ParakeetError::modelNotFound(const std::filesystem::path& path) {
-    return {ParakeetErrorCode::modelNotFound, "Model not found at " + path.string()};
+ParakeetError ParakeetError::modelNotFound(const std::filesystem::path& folder,
+                                           const std::vector<std::string>& missing) {
+    std::string list;
+    for (size_t i = 0; i < missing.size(); ++i) {
+        list += (i == 0 ? "" : "; ") + missing[i];
+    }
+    return {ParakeetErrorCode::modelNotFound,
+            "The speech model in " + folder.string() + " is incomplete. It lacks: " + list +
+                ". Install the model again or copy the missing files there."};
 }
 
 ParakeetError ParakeetError::tokenizerLoadFailed(const std::filesystem::path& path,
@@ -39,6 +46,12 @@ ParakeetError ParakeetError::unexpectedOutputShape(std::string_view name,
 ParakeetError ParakeetError::missingOutput(std::string_view name) {
     return {ParakeetErrorCode::missingOutput,
             "Missing expected output \"" + std::string(name) + "\" from ONNX Runtime prediction"};
+}
+
+ParakeetError ParakeetError::unsupportedModel(const std::filesystem::path& model,
+                                              std::string_view reason) {
+    return {ParakeetErrorCode::unsupportedModel,
+            "The speech model " + model.string() + " cannot be used: " + std::string(reason) + "."};
 }
 
 ParakeetError ParakeetError::fftSetupFailed() {

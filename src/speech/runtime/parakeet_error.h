@@ -20,12 +20,15 @@ enum class ParakeetErrorCode {
     audioEmpty,
     unexpectedOutputShape,
     missingOutput,
+    unsupportedModel,
     fftSetupFailed,
 };
 
 class ParakeetError : public CodedError<ParakeetErrorCode> {
 public:
-    static ParakeetError modelNotFound(const std::filesystem::path& path);
+    // A model folder without all of its files: `missing` names each file it lacks.
+    static ParakeetError modelNotFound(const std::filesystem::path& folder,
+                                       const std::vector<std::string>& missing);
     static ParakeetError tokenizerLoadFailed(const std::filesystem::path& path,
                                              std::string_view underlying);
     static ParakeetError audioLoadFailed(const std::filesystem::path& path,
@@ -35,6 +38,9 @@ public:
                                                const std::vector<int64_t>& got,
                                                std::string_view expected);
     static ParakeetError missingOutput(std::string_view name);
+    // A model whose inputs or outputs are not those of its part of the transducer.
+    static ParakeetError unsupportedModel(const std::filesystem::path& model,
+                                          std::string_view reason);
     static ParakeetError fftSetupFailed();
 
 private:

@@ -1,15 +1,17 @@
 #pragma once
 
 // The files of a speech model folder. Two layouts are read:
-//   split  encoder.onnx, decoder.onnx, joint.onnx and tokenizer.json, with the tensor
-//          names of the model runner's contract;
-//   fused  encoder-model.onnx, decoder_joint-model.onnx and vocab.txt, the layout in which
-//          the model is commonly published for ONNX Runtime (decoder and joint in one
-//          graph, encoder output channel-major).
-// A folder is fused when it holds encoder-model.onnx or decoder_joint-model.onnx and not
-// the complete split set; otherwise it is split.
+//   split  encoder, decoder and joint as three models with their tokens: encoder.onnx,
+//          decoder.onnx, joint.onnx or joiner.onnx, and tokenizer.json or tokens.txt;
+//   fused  encoder-model.onnx, decoder_joint-model.onnx and vocab.txt (decoder and joint in
+//          one graph).
+// Any model may instead be a quantised export named *.int8.onnx; the full one wins when both
+// are there. The models' tensor names and shapes are read from the files themselves (see
+// ModelRunner), so exports that name their tensors differently load alike. A folder is fused
+// when it holds a fused model and not a complete split set; otherwise it is split.
 
 #include <filesystem>
+#include <string>
 #include <vector>
 
 namespace orvelle {
@@ -19,11 +21,14 @@ enum class ParakeetModelLayout { split, fused };
 struct ParakeetModelFolder {
     std::filesystem::path root;
     ParakeetModelLayout layout = ParakeetModelLayout::split;
-    std::vector<std::filesystem::path> models; // in the order they are checked and loaded
-    std::filesystem::path tokenizer;           // tokenizer.json or vocab.txt
+    std::vector<std::filesystem::path> models; // in the order they are loaded, encoder first
+    std::filesystem::path tokenizer;           // tokenizer.json, tokens.txt or vocab.txt
+    // What the folder lacks for its layout, each as the names that would do
+    // ("joint.onnx or joiner.onnx"); empty when the folder is complete.
+    std::vector<std::string> missing;
 
-    // Never throws; says nothing about whether the files exist (the model locator asks
-    // that, the transcriber reports the first one missing).
+    bool complete() const { return missing.empty(); }
+    // Never throws. Looks only at which files exist.
     static ParakeetModelFolder at(const std::filesystem::path& root);
     friend bool operator==(const ParakeetModelFolder&, const ParakeetModelFolder&) = default;
 };

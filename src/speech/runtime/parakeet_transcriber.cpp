@@ -1,6 +1,5 @@
 #include "speech/runtime/parakeet_transcriber.h"
 
-#include "core/files.h"
 #include "speech/runtime/audio_loader.h"
 #include "speech/runtime/parakeet_error.h"
 
@@ -77,10 +76,8 @@ ParakeetTranscriber::ParakeetTranscriber(const std::filesystem::path& modelsRoot
                                          int sampleRate, std::optional<int> decoderWorkers)
     : computeUnits_(computeUnits), chunkMelFrames_(chunkMelFrames), sampleRate_(sampleRate),
       folder_(ParakeetModelFolder::at(modelsRoot)) {
-    for (const auto& model : folder_.models) {
-        if (!fileExists(model)) {
-            throw ParakeetError::modelNotFound(model);
-        }
+    if (!folder_.complete()) {
+        throw ParakeetError::modelNotFound(folder_.root, folder_.missing);
     }
     ModelRunner::Configuration configuration;
     configuration.encoderShapes = EncoderShapes{1, chunkMelFrames, 128};
@@ -89,8 +86,9 @@ ParakeetTranscriber::ParakeetTranscriber(const std::filesystem::path& modelsRoot
     configuration.device = onnxDevice(computeUnits);
     runner_ = std::make_unique<ModelRunner>(folder_, configuration);
 
+    // tokenizer.json, or a list of "piece id" lines (tokens.txt, vocab.txt).
     tokenizer_ =
-        folder_.layout == ParakeetModelLayout::split
+        folder_.tokenizer.extension() == ".json"
             ? std::make_unique<Tokenizer>(folder_.tokenizer)
             : std::make_unique<Tokenizer>(Tokenizer::fromVocabularyFile(folder_.tokenizer));
     MelFeatureExtractor::Settings settings;

@@ -64,8 +64,8 @@ struct Transcription {
 
 class ParakeetTranscriber {
 public:
-    // Checks that the folder's models exist (in order; the first one missing is
-    // modelNotFound), loads them, then the tokenizer and the feature extractor. Throws
+    // Checks that the folder holds every file of its layout (modelNotFound names all that are
+    // missing), loads the models, then the tokenizer and the feature extractor. Throws
     // ParakeetError, or OnnxError when ONNX Runtime is missing or refuses a model.
     ParakeetTranscriber(const std::filesystem::path& modelsRoot, ParakeetComputeUnits computeUnits,
                         int chunkMelFrames = 3000, int sampleRate = 16000,

@@ -1,10 +1,7 @@
 #include "speech/transcript/transcript_model_locator.h"
 
-#include "core/files.h"
 #include "speech/runtime/parakeet_model_folder.h"
 #include "speech/transcript/orvelle_model_storage.h"
-
-#include <algorithm>
 
 namespace orvelle::TranscriptModelLocator {
 
@@ -23,10 +20,7 @@ localDefaultModelSource(const std::filesystem::path& /*workingDirectory*/) {
 }
 
 bool isParakeetTDTModelRoot(const std::filesystem::path& folder) {
-    const ParakeetModelFolder files = ParakeetModelFolder::at(folder);
-    return fileExists(files.tokenizer) &&
-           std::all_of(files.models.begin(), files.models.end(),
-                       [](const std::filesystem::path& model) { return fileExists(model); });
+    return ParakeetModelFolder::at(folder).complete();
 }
 
 } // namespace orvelle::TranscriptModelLocator

@@ -62,6 +62,10 @@ TEST_P(EveryLayout, EncoderGivesFramesOfEightMelFramesWithTheirMask) {
     EXPECT_EQ(encoded.hidden[27 * width], 27.0f) << "frame-major: the frame number";
     ASSERT_EQ(encoded.mask.size(), 28u);
     EXPECT_EQ(std::count(encoded.mask.begin(), encoded.mask.end(), 1), 13);
+    // These encoders take any length: a short chunk is not padded to the longest.
+    const EncoderOutput shorter = runner.runEncoder(features(100, 100));
+    EXPECT_EQ(shorter.hiddenShape[1], 13);
+    EXPECT_EQ(std::count(shorter.mask.begin(), shorter.mask.end(), 1), 13);
 }
 
 TEST_P(EveryLayout, GreedyDecodingWalksTheKnownPath) {
@@ -96,8 +100,8 @@ TEST_P(EveryLayout, SymbolLimitMovesOneFrameOnAndTheDecoderKeepsCountingAfterBla
 }
 
 INSTANTIATE_TEST_SUITE_P(Layouts, EveryLayout,
-                         ::testing::Values("parakeet-split", "parakeet-fused",
-                                           "parakeet-unshaped"));
+                         ::testing::Values("parakeet-split", "parakeet-fused", "parakeet-unshaped",
+                                           "parakeet-public"));
 
 TEST(ModelRunner, ReadsTheDecoderStateShapeOrFallsBack) {
     const ModelRunner split(ParakeetModelFolder::at(testModelFolder("parakeet-split")),
@@ -137,26 +141,25 @@ TEST(GreedyTDTDecoder, RejectsAnEncoderOutputOfAnotherRank) {
     runner.releaseWorker(worker);
 }
 
-TEST(GreedyTDTDecoder, AMissingOutputIsNamed) {
-    // A joint that is really the decoder has none of the joint's outputs.
+// A model that is not the part it stands in for is refused when it is loaded, with the
+// tensors it has: here a decoder copied in as the joint.
+TEST(ModelRunner, AModelThatIsNotItsPartIsRefusedWithItsTensors) {
     const testing::TemporaryDirectory folder;
     const auto source = testModelFolder("parakeet-split");
     for (const char* file : {"encoder.onnx", "decoder.onnx", "tokenizer.json"}) {
         std::filesystem::copy_file(source / file, folder / file);
     }
     std::filesystem::copy_file(source / "decoder.onnx", folder / "joint.onnx");
-    ModelRunner runner(ParakeetModelFolder::at(folder.path()), configuration(80));
-    DecoderWorker* worker = runner.acquireWorker();
     try {
-        GreedyTDTDecoder::decode(runner.runEncoder(features(80, 80)), *worker, 8192,
-                                 runner.durations(), 10);
+        ModelRunner runner(ParakeetModelFolder::at(folder.path()), configuration(80));
         ADD_FAILURE() << "no error";
     } catch (const ParakeetError& error) {
-        EXPECT_EQ(error.code(), ParakeetErrorCode::missingOutput);
-        EXPECT_STREQ(error.what(),
-                     "Missing expected output \"token_logits\" from ONNX Runtime prediction");
+        EXPECT_EQ(error.code(), ParakeetErrorCode::unsupportedModel);
+        EXPECT_EQ(std::string(error.what()),
+                  "The speech model " + (folder / "joint.onnx").string() +
+                      " cannot be used: a joint takes two float inputs, an encoder frame and a "
+                      "decoder state, but it takes \"input_ids\", \"hidden\" and \"cell\".");
     }
-    runner.releaseWorker(worker);
 }
 
 TEST(BlockingWorkerPool, HandsOutEachWorkerOnceAndNothingWhenClosed) {

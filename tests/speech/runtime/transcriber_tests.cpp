@@ -61,7 +61,7 @@ TEST_P(BothLayouts, ChunksAreStitchedByTheirEncoderFrames) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Layouts, BothLayouts,
-                         ::testing::Values("parakeet-split", "parakeet-fused"));
+                         ::testing::Values("parakeet-split", "parakeet-fused", "parakeet-public"));
 
 TEST(ParakeetTranscriber, TimesNeverPassTheEndOfTheAudio) {
     ParakeetTranscriber transcriber(testModelFolder("parakeet-split"), ParakeetComputeUnits::cpu);
@@ -167,30 +167,48 @@ TEST(ParakeetTranscriber, AnEncoderFailureFailsTheRunAfterTheOtherChunksEnd) {
     EXPECT_EQ(transcriber.transcribe(tone(2)).tokenIds.size(), 4u);
 }
 
-TEST(ParakeetTranscriber, ConstructionChecksTheModelsInOrder) {
-    const testing::TemporaryDirectory folder;
-    const auto source = testModelFolder("parakeet-split");
-    EXPECT_EQ(failure([&] { ParakeetTranscriber(folder.path(), ParakeetComputeUnits::cpu); }),
-              "Model not found at " + (folder / "encoder.onnx").string());
-    std::filesystem::copy_file(source / "encoder.onnx", folder / "encoder.onnx");
-    std::filesystem::copy_file(source / "joint.onnx", folder / "joint.onnx");
-    EXPECT_EQ(failure([&] { ParakeetTranscriber(folder.path(), ParakeetComputeUnits::cpu); }),
-              "Model not found at " + (folder / "decoder.onnx").string());
-    std::filesystem::copy_file(source / "decoder.onnx", folder / "decoder.onnx");
-    EXPECT_EQ(failure([&] {
-                  ParakeetTranscriber(folder.path(), ParakeetComputeUnits::cpu);
-              }).rfind("Failed to load tokenizer at " + (folder / "tokenizer.json").string(), 0),
-              0u);
-    std::filesystem::copy_file(source / "tokenizer.json", folder / "tokenizer.json");
-    EXPECT_NO_THROW(ParakeetTranscriber(folder.path(), ParakeetComputeUnits::cpu));
-
-    const testing::TemporaryDirectory fused;
-    std::filesystem::copy_file(testModelFolder("parakeet-fused") / "encoder-model.onnx",
-                               fused / "encoder-model.onnx");
-    const auto folderKind = ParakeetModelFolder::at(fused.path());
-    EXPECT_EQ(folderKind.layout, ParakeetModelLayout::fused);
-    EXPECT_EQ(failure([&] { ParakeetTranscriber(fused.path(), ParakeetComputeUnits::cpu); }),
-              "Model not found at " + (fused / "decoder_joint-model.onnx").string());
+// A folder that lacks files of its layout says which, all at once, before anything loads.
+TEST(ParakeetTranscriber, AnIncompleteFolderNamesEveryMissingFile) {
+    struct Case {
+        const char* source;
+        std::vector<std::string> present;
+        std::string lacks;
+    };
+    const std::vector<Case> cases{
+        {"parakeet-split",
+         {},
+         "encoder.onnx; decoder.onnx; joint.onnx or joiner.onnx; "
+         "tokenizer.json or tokens.txt"},
+        {"parakeet-split",
+         {"encoder.onnx", "joint.onnx"},
+         "decoder.onnx; tokenizer.json or tokens.txt"},
+        {"parakeet-public",
+         {"encoder.int8.onnx", "decoder.int8.onnx", "tokens.txt"},
+         "joint.onnx or joiner.onnx"},
+        {"parakeet-fused",
+         {"encoder-model.onnx"},
+         "decoder_joint-model.onnx; vocab.txt or tokens.txt"},
+    };
+    for (const Case& c : cases) {
+        const testing::TemporaryDirectory folder;
+        for (const auto& file : c.present) {
+            std::filesystem::copy_file(testModelFolder(c.source) / file, folder / file);
+        }
+        SCOPED_TRACE(c.lacks);
+        EXPECT_FALSE(ParakeetModelFolder::at(folder.path()).complete());
+        EXPECT_EQ(failure([&] { ParakeetTranscriber(folder.path(), ParakeetComputeUnits::cpu); }),
+                  "The speech model in " + folder.path().string() + " is incomplete. It lacks: " +
+                      c.lacks + ". Install the model again or copy the missing files there.");
+    }
+    // The full model wins over a quantised one beside it.
+    const testing::TemporaryDirectory both;
+    for (const char* file : {"encoder.onnx", "decoder.onnx", "joint.onnx", "tokenizer.json"}) {
+        std::filesystem::copy_file(testModelFolder("parakeet-split") / file, both / file);
+    }
+    std::filesystem::copy_file(testModelFolder("parakeet-public") / "encoder.int8.onnx",
+                               both / "encoder.int8.onnx");
+    EXPECT_EQ(ParakeetModelFolder::at(both.path()).models.front(), both / "encoder.onnx");
+    EXPECT_NO_THROW(ParakeetTranscriber(both.path(), ParakeetComputeUnits::cpu));
 }
 
 TEST(AudioLoader, DecodesAnyRateAndChannelCountToMono16k) {
