@@ -53,9 +53,9 @@ EditorProjectState readProjectJson(const fs::path& path) {
         const Json json = readJsonFile(path);
         // A project.json wraps the state; a state is known by its manifest.
         if (json.is_object() && !json.contains("manifest") && json.contains("project")) {
-            return decodeJson<OrvelleProjectFile>(json).project;
+            return decodeJsonWithEitherDateForm<OrvelleProjectFile>(json).project;
         }
-        return decodeJson<EditorProjectState>(json);
+        return decodeJsonWithEitherDateForm<EditorProjectState>(json);
     } catch (const JsonDecodeError& error) {
         throw Error("\"" + path.string() + "\" is not a project: " + error.what());
     }

@@ -59,6 +59,23 @@ T decodeJson(const Json& json, const JsonDecodeContext& context = {}) {
     return JsonCoder<T>::decode(json, context);
 }
 
+// Decodes a record that holds dates as this program writes them (ISO 8601) or, failing
+// that, as older files did (numbers): the two passes that let every earlier file open. When
+// both fail, the first pass's error is thrown.
+template <class T>
+T decodeJsonWithEitherDateForm(const Json& json) {
+    try {
+        return decodeJson<T>(json, JsonDecodeContext{"", DateDecoding::iso8601});
+    } catch (const JsonDecodeError&) {
+        try {
+            return decodeJson<T>(json,
+                                 JsonDecodeContext{"", DateDecoding::secondsSinceReferenceDate});
+        } catch (const JsonDecodeError&) {
+        }
+        throw;
+    }
+}
+
 template <class T>
 Json encodeJson(const T& value) {
     return JsonCoder<T>::encode(value);

@@ -324,7 +324,8 @@ EditorDocument load(const fs::path& url) {
     const fs::path package = packageURL(url);
     OrvelleProjectFile file;
     try {
-        file = decodeJson<OrvelleProjectFile>(readJsonFile(package / "project.json"));
+        file = decodeJsonWithEitherDateForm<OrvelleProjectFile>(
+            readJsonFile(package / "project.json"));
     } catch (const Error& error) {
         logInfo("package", "could not read ", package.string(), ": ", error.what());
         throw OrvelleProjectPackageError(OrvelleProjectPackageErrorCode::invalidPackage);

@@ -85,15 +85,11 @@ std::optional<TakeManifest> TakeManifest::decode(std::string_view bytes) {
     } catch (const JsonDecodeError&) {
         return std::nullopt;
     }
-    for (const DateDecoding dates :
-         {DateDecoding::iso8601, DateDecoding::secondsSinceReferenceDate}) {
-        try {
-            return decodeJson<TakeManifest>(json, JsonDecodeContext{"", dates});
-        } catch (const JsonDecodeError&) {
-            // An undecodable manifest counts as no manifest; try the other date form.
-        }
+    try {
+        return decodeJsonWithEitherDateForm<TakeManifest>(json);
+    } catch (const JsonDecodeError&) {
+        return std::nullopt; // an undecodable manifest counts as no manifest
     }
-    return std::nullopt;
 }
 
 std::optional<TakeManifest> TakeManifest::load(const std::filesystem::path& screenURL) {

@@ -1,5 +1,6 @@
 #include "core/file_url.h"
 #include "core/files.h"
+#include "project/editor_document.h"
 #include "project/orvelle_project_package.h"
 #include "project/recording_take_builder.h"
 #include "support/temporary_directory.h"
@@ -134,6 +135,30 @@ TEST_F(ProjectPackage, SavesEveryFileUnderAMadeUpNameOnceAndOpensAgain) {
     EXPECT_EQ(document.manifest, document.project.manifest);
     EXPECT_EQ(decodeJson<TakeManifest>(readJsonFile(saved / "take.json")), document.manifest);
     EXPECT_EQ(document.displayTitle(), "Demo");
+}
+
+// Earlier builds stored the manifest's date as seconds since 2001. Such a package, or a
+// project state on its own, opens with its edit; saving it again writes the date as text.
+TEST_F(ProjectPackage, AnOlderPackageWithANumericDateOpensWithItsEdit) {
+    const fs::path saved = OrvelleProjectPackage::write(project_, folder_ / "Old.orvelle");
+    Json file = readJsonFile(saved / "project.json");
+    const Date created = Date::fromSecondsSinceReferenceDate(790000000.5);
+    file["project"]["manifest"]["createdAt"] = 790000000.5;
+    writeTextFile(saved / "project.json", prettyJson(file));
+
+    const EditorDocument document = EditorDocument::load(saved, store_);
+    EXPECT_TRUE(document.hasSavedProject);
+    EXPECT_EQ(document.project.manifest.createdAt, created);
+    EXPECT_EQ(document.project.text.clips, project_.text.clips);
+    EXPECT_EQ(document.project.timeline, project_.timeline);
+    const auto state = decodeJsonWithEitherDateForm<EditorProjectState>(file["project"]);
+    EXPECT_EQ(state.manifest.createdAt, created);
+    EXPECT_THROW(decodeJsonWithEitherDateForm<EditorProjectState>(Json{{"manifest", 1}}),
+                 JsonDecodeError);
+
+    OrvelleProjectPackage::write(document.project, saved);
+    EXPECT_EQ(readJsonFile(saved / "project.json")["project"]["manifest"]["createdAt"],
+              created.iso8601());
 }
 
 TEST_F(ProjectPackage, OpensAfterBeingMovedSinceMediaAreFoundByName) {
