@@ -51,6 +51,24 @@ void sortByStart(std::vector<Clip>& clips) {
                      [](const Clip& a, const Clip& b) { return a.start < b.start; });
 }
 
+// The timeline and every lane in order. Only what `before` does not hold as it is gets
+// sorted, so an edit reorders nothing it did not touch; with no `before`, everything.
+void normalizeChanged(EditorProjectState& project, const EditorProjectState* before) {
+    if (before == nullptr || project.timeline != before->timeline) {
+        TimelineEngine::normalize(project.timeline);
+    }
+    forEachClipLane([&](const auto& lane) {
+        if (before == nullptr || lane.clips(project) != lane.clipsOf(*before)) {
+            sortByStart(lane.clips(project));
+        }
+    });
+}
+
+EditorProjectState ordered(EditorProjectState project) {
+    normalizeChanged(project, nullptr);
+    return project;
+}
+
 template <class Clip>
 Clip* findClip(std::vector<Clip>& clips, const Uuid& id) {
     const auto it =
@@ -81,7 +99,7 @@ void loadDocument(EditorStore& store, const EditorDocument& document, double def
                         pointer ? pointer->clicks : std::vector<CursorClick>{});
 }
 
-EditorStore::EditorStore(EditorProjectState project) : project_(std::move(project)) {}
+EditorStore::EditorStore(EditorProjectState project) : project_(ordered(std::move(project))) {}
 
 Subscription EditorStore::observeProject(std::function<void(const EditorProjectState&)> f) const {
     return project_.observe(std::move(f));
@@ -150,9 +168,7 @@ void EditorStore::edit(std::string_view label, const Mutation& body) {
     EditorProjectState next = project();
     EditorSelectionState nextSelection = selection();
     body(next, nextSelection);
-    // Every lane and the timeline stay sorted; sorting what is sorted changes nothing.
-    TimelineEngine::normalize(next.timeline);
-    forEachClipLane([&](const auto& lane) { sortByStart(lane.clips(next)); });
+    normalizeChanged(next, &project());
     nextSelection = normalized(nextSelection, next);
     project_.set(std::move(next));
     selection_.set(nextSelection);
@@ -220,7 +236,8 @@ std::optional<EditorProjectHistoryChange> EditorStore::redo() {
 
 void EditorStore::replaceProject(const EditorDocument& document, bool preservingUndoHistory) {
     transaction_.reset();
-    project_.set(document.project);
+    // A file may hold its lanes in any order: they are ordered once here, as no edit.
+    project_.set(ordered(document.project));
     if (preservingUndoHistory) {
         selection_.set(normalized(selection(), project()));
     } else {

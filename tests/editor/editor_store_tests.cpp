@@ -211,6 +211,56 @@ TEST_F(Store, ResettingTheTimelineSeedsZoomsWithoutAStep) {
     EXPECT_EQ(store_.project().timeline, TimelineState::defaultState());
 }
 
+// A file may hold its lanes out of order. The store orders them once when it takes the
+// project, as no step; from then on a change that changes nothing records nothing, and an
+// edit reorders only what it touched.
+TEST(StoreNormalisation, AProjectOutOfOrderIsOrderedOnceWithoutAStep) {
+    EditorProjectState project = freshProject();
+    for (const double start : {20.0, 2.0, 10.0}) {
+        AnimationClip zoom;
+        zoom.id = Uuid::random();
+        zoom.start = EditTime(start);
+        zoom.end = EditTime(start + 1);
+        project.animation.zoomClips.push_back(zoom);
+        TextClip text;
+        text.id = Uuid::random();
+        text.start = EditTime(start);
+        text.end = EditTime(start + 2);
+        project.text.clips.push_back(text);
+    }
+    const auto startsOf = [](const auto& clips) {
+        std::vector<double> starts;
+        for (const auto& clip : clips) {
+            starts.push_back(clip.start.seconds);
+        }
+        return starts;
+    };
+    const std::vector<double> ordered{2, 10, 20};
+    for (const bool throughADocument : {false, true}) {
+        SCOPED_TRACE(throughADocument ? "loaded document" : "new store");
+        EditorStore store{throughADocument ? EditorProjectState{} : project};
+        if (throughADocument) {
+            store.replaceProject(EditorDocument{.project = project}, false);
+        }
+        EXPECT_EQ(startsOf(store.project().animation.zoomClips), ordered);
+        EXPECT_EQ(startsOf(store.project().text.clips), ordered);
+        EXPECT_FALSE(store.canUndo());
+        store.setRemovesNoise(store.project().audio.removesNoise);
+        store.updateTextClip(store.project().text.clips[0].id, "Change Text", [](TextClip&) {});
+        EXPECT_FALSE(store.canUndo());
+        store.setRemovesNoise(!store.project().audio.removesNoise);
+        EXPECT_EQ(labels(store.undoHistory().undoStack()), Labels{"Toggle Noise Removal"});
+        ASSERT_TRUE(store.undo());
+        EXPECT_EQ(startsOf(store.project().animation.zoomClips), ordered);
+    }
+    // An edit sorts the lane it touched.
+    EditorStore store{freshProject()};
+    store.edit("Add Zooms", [&](EditorProjectState& p, EditorSelectionState&) {
+        p.animation.zoomClips = project.animation.zoomClips;
+    });
+    EXPECT_EQ(startsOf(store.project().animation.zoomClips), ordered);
+}
+
 TEST_F(Store, ReplacingTheProjectKeepsOrDropsTheHistory) {
     store_.setRemovesNoise(true);
     EditorDocument saved;
