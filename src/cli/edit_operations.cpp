@@ -170,8 +170,7 @@ private:
     }
 
     static EditTime laneMinimum(const JsonObjectReader& reader) {
-        return EditTime(reader.value<double>(
-            "minimumDuration", TimelineEditGestures::kDefaultLaneMinimumClipDuration));
+        return EditTime(reader.value<double>("minimumDuration", kLaneMinimumClipDuration));
     }
 
     static double timelineMinimum(const JsonObjectReader& reader) {
@@ -266,7 +265,8 @@ private:
              }},
             {"addMusicClip",
              [](EditSession& s, const JsonObjectReader& r) {
-                 return optionalJson(s.store_.addMusicClip(r.required<MusicClip>("clip")));
+                 return optionalJson(
+                     s.store_.addMusicClip(r.required<MusicClip>("clip"), laneMinimum(r)));
              }},
             {"addTextClip",
              [](EditSession& s, const JsonObjectReader& r) {
@@ -292,10 +292,10 @@ private:
              }},
             {"duplicateClip",
              [](EditSession& s, const JsonObjectReader& r) {
-                 return withClipLane(r.required<AuxiliaryTimelineTrack>("lane"),
-                                     [&](const auto& lane) {
-                                         return optionalJson(s.store_.duplicateClip(s.id(r), lane));
-                                     });
+                 return withClipLane(
+                     r.required<AuxiliaryTimelineTrack>("lane"), [&](const auto& lane) {
+                         return optionalJson(s.store_.duplicateClip(s.id(r), lane, laneMinimum(r)));
+                     });
              }},
             {"deleteSelectedClip",
              [](EditSession& s, const JsonObjectReader& r) {
@@ -443,13 +443,13 @@ a negative N counts from the end, -1 the last):
     {"op": "addCameraLayoutClip", "at": EDIT, ["minimumDuration"]}
     {"op": "addMaskClip", "at": EDIT, ["minimumDuration"], ["rect": {x, y, width, height}]}
     {"op": "addEmptyMusicClip", "at": EDIT, ["minimumDuration"]}
-    {"op": "addMusicClip", "clip": {...}}
+    {"op": "addMusicClip", "clip": {...}, ["minimumDuration"]}
     {"op": "addTextClip", "at": EDIT, ["minimumDuration"]}
     {"op": "registerMusicSegment", "file": PATH, "duration": SECONDS}
     {"op": "updateAnimationClip" | "updateCameraLayoutClip" | "updateMaskClip" |
            "updateMusicClip" | "updateTextClip", "id": ID, "set": {...}, ["label"]}
     {"op": "select", "lane": LANE, "id": ID}
-    {"op": "duplicateClip", "lane": LANE, "id": ID}
+    {"op": "duplicateClip", "lane": LANE, "id": ID, ["minimumDuration"]}
     {"op": "deleteSelectedClip", "lane": LANE}
   auxiliary lane gestures (one undo step until endGesture)
     {"op": "moveRangeClip", "lane": LANE, "id": ID, "by": EDIT}

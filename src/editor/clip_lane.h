@@ -13,6 +13,9 @@
 
 namespace orvelle {
 
+// The shortest an auxiliary lane's clip may be: dragged, resized or placed in free space.
+inline constexpr double kLaneMinimumClipDuration = 0.5;
+
 template <RangeEditableClip Clip>
 struct ClipLane {
     using ClipType = Clip;

@@ -444,8 +444,9 @@ std::optional<MusicClip> EditorStore::addEmptyMusicClip(EditTime at, EditTime mi
     return addPlacedClip(musicLane, clip, minimumDuration);
 }
 
-std::optional<MusicClip> EditorStore::addMusicClip(const MusicClip& clip) {
-    return addPlacedClip(musicLane, clip, EditTime(0));
+std::optional<MusicClip> EditorStore::addMusicClip(const MusicClip& clip,
+                                                   EditTime minimumDuration) {
+    return addPlacedClip(musicLane, clip, minimumDuration);
 }
 
 std::optional<TextClip> EditorStore::addTextClip(EditTime at, EditTime minimumDuration) {
@@ -490,7 +491,8 @@ std::optional<Clip> EditorStore::selectedClip(const ClipLane<Clip>& lane) const 
 }
 
 template <RangeEditableClip Clip>
-std::optional<Clip> EditorStore::duplicateClip(const Uuid& id, const ClipLane<Clip>& lane) {
+std::optional<Clip> EditorStore::duplicateClip(const Uuid& id, const ClipLane<Clip>& lane,
+                                               EditTime minimumDuration) {
     std::optional<Clip> copy;
     edit(lane.duplicateLabel, [&](EditorProjectState& p, EditorSelectionState& selection) {
         auto& clips = lane.clips(p);
@@ -500,7 +502,8 @@ std::optional<Clip> EditorStore::duplicateClip(const Uuid& id, const ClipLane<Cl
         }
         Clip candidate = *original;
         candidate.id = Uuid::random();
-        copy = TimelineLanePolicy::place(candidate, clips, editDuration(p.timeline), EditTime(0));
+        copy =
+            TimelineLanePolicy::place(candidate, clips, editDuration(p.timeline), minimumDuration);
         if (copy) {
             clips.push_back(*copy);
             selection = lane.selection(copy->id);
@@ -597,7 +600,8 @@ std::string EditorStore::registerMusicSegment(const std::filesystem::path& fileU
     template std::optional<Clip> EditorStore::updateSelectedClip(                                  \
         const ClipLane<Clip>&, const std::function<void(Clip&)>&);                                 \
     template std::optional<Clip> EditorStore::selectedClip(const ClipLane<Clip>&) const;           \
-    template std::optional<Clip> EditorStore::duplicateClip(const Uuid&, const ClipLane<Clip>&);   \
+    template std::optional<Clip> EditorStore::duplicateClip(const Uuid&, const ClipLane<Clip>&,    \
+                                                            EditTime);                             \
     template std::optional<Clip> EditorStore::deleteSelectedClip(const ClipLane<Clip>&);           \
     template void EditorStore::select(const Uuid&, const ClipLane<Clip>&);
 

@@ -134,7 +134,9 @@ public:
                                         const MaskRect& rect = MaskRect());
     // A placeholder titled "Music", playing no file yet.
     std::optional<MusicClip> addEmptyMusicClip(EditTime at, EditTime minimumDuration);
-    std::optional<MusicClip> addMusicClip(const MusicClip& clip);
+    std::optional<MusicClip>
+    addMusicClip(const MusicClip& clip,
+                 EditTime minimumDuration = EditTime(kLaneMinimumClipDuration));
     std::optional<TextClip> addTextClip(EditTime at, EditTime minimumDuration);
 
     std::optional<AnimationClip>
@@ -159,8 +161,11 @@ public:
                                            const std::function<void(Clip&)>& mutation);
     template <RangeEditableClip Clip>
     std::optional<Clip> selectedClip(const ClipLane<Clip>& lane) const;
+    // The copy goes into the nearest free space of at least `minimumDuration`.
     template <RangeEditableClip Clip>
-    std::optional<Clip> duplicateClip(const Uuid& id, const ClipLane<Clip>& lane);
+    std::optional<Clip>
+    duplicateClip(const Uuid& id, const ClipLane<Clip>& lane,
+                  EditTime minimumDuration = EditTime(kLaneMinimumClipDuration));
     template <RangeEditableClip Clip>
     std::optional<Clip> deleteSelectedClip(const ClipLane<Clip>& lane);
     template <RangeEditableClip Clip>

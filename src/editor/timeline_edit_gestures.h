@@ -15,12 +15,8 @@ namespace orvelle {
 
 class TimelineEditGestures {
 public:
-    // The shortest an auxiliary lane's clip may be dragged or resized to.
-    static constexpr double kDefaultLaneMinimumClipDuration = 0.5;
-
-    TimelineEditGestures(
-        EditorStore& store, EditSessionCoordinator& sessions,
-        EditTime laneMinimumClipDuration = EditTime(kDefaultLaneMinimumClipDuration));
+    TimelineEditGestures(EditorStore& store, EditSessionCoordinator& sessions,
+                         EditTime laneMinimumClipDuration = EditTime(kLaneMinimumClipDuration));
 
     // Trims a video clip's edge by an edit-time delta counted from the gesture's start. With
     // rippleFollows the lane clips after the edge keep their place over the material.

@@ -298,6 +298,33 @@ TEST_F(Store, LaneOperationsUseTheirLanesLabelsAndPlaceClipsApart) {
                       "Add Mask", "Add Music", "Add Camera Layout"}));
 }
 
+// Two clips that touch leave no room between them: a copy of either, or music added at
+// their seam, goes to the free stretch after them.
+TEST_F(Store, DuplicatesAndMusicGoPastTouchingClipsIntoTheNextRoom) {
+    const auto first = *store_.addTextClip(EditTime(0), EditTime(0.5));
+    const auto second = *store_.addTextClip(EditTime(3), EditTime(0.5));
+    ASSERT_EQ(second.start, first.end);
+    for (const auto& original : {first, second}) {
+        const auto copy = store_.duplicateClip(original.id, textLane);
+        EXPECT_TRUE(copy) << "copy of the clip at " << original.start.seconds;
+        if (!copy) {
+            continue;
+        }
+        EXPECT_GE(copy->start, second.end);
+        EXPECT_EQ(copy->end.seconds - copy->start.seconds, 3);
+        store_.deleteSelectedClip(textLane);
+    }
+    store_.addEmptyMusicClip(EditTime(0), EditTime(0.5));
+    store_.addEmptyMusicClip(EditTime(3), EditTime(0.5));
+    MusicClip music;
+    music.id = Uuid::random();
+    music.start = EditTime(1.5);
+    music.end = EditTime(4.5);
+    const auto added = store_.addMusicClip(music);
+    ASSERT_TRUE(added);
+    EXPECT_EQ(added->start, EditTime(6));
+}
+
 TEST_F(Store, RestoringAnEdgeTrimIsOneStep) {
     gestures_.trimClip(firstClip(), TimelineTrimEdge::end, EditTime(-20), false);
     gestures_.finishAllEditSessions();

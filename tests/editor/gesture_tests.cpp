@@ -130,7 +130,7 @@ TEST_F(Gestures, AResizeStopsAtTheNeighbourAndTheLanesShortestClip) {
     gestures_.resizeRangeClip(Track::zoom, middle, TimelineTrimEdge::start, EditTime(-5));
     EXPECT_EQ(zoom(1).start, EditTime(3));
     gestures_.resizeRangeClip(Track::zoom, middle, TimelineTrimEdge::start, EditTime(5));
-    EXPECT_EQ(zoom(1).start, EditTime(6 - TimelineEditGestures::kDefaultLaneMinimumClipDuration));
+    EXPECT_EQ(zoom(1).start, EditTime(6 - kLaneMinimumClipDuration));
     gestures_.resizeRangeClip(Track::zoom, middle, TimelineTrimEdge::end, EditTime(100));
     EXPECT_EQ(zoom(1).end, EditTime(20));
     gestures_.finishRangeClipEdit(Track::zoom);
