@@ -36,15 +36,15 @@ void TimelineEditGestures::trimClip(const Uuid& id, TimelineTrimEdge edge, EditT
         sessions_.timelineRippleSession = makeRippleSession(id, edge);
     }
     const TimelineClip trimmed = TimelineEngine::trimmedClip(*session, *clip, delta);
-    if (trimmed == *clip) {
-        return;
+    if (trimmed != *clip) {
+        store_.updateTimelineClip(id, [&](TimelineClip& stored) {
+            stored.start = trimmed.start;
+            stored.end = trimmed.end;
+        });
+        sessions_.pendingTimelineEditFallbackSourceTime =
+            edge == TimelineTrimEdge::start ? trimmed.start : trimmed.end;
     }
-    store_.updateTimelineClip(id, [&](TimelineClip& stored) {
-        stored.start = trimmed.start;
-        stored.end = trimmed.end;
-    });
-    sessions_.pendingTimelineEditFallbackSourceTime =
-        edge == TimelineTrimEdge::start ? trimmed.start : trimmed.end;
+    // Also when the edge stays: ripple switched off (or on) alone moves the followers.
     applyRippleFollow(trimmed, rippleFollows);
 }
 

@@ -67,6 +67,12 @@ TEST_F(Gestures, ATrimRipplesTheLanesBehindItsEdgeAsOneStep) {
     gestures_.trimClip(second, TimelineTrimEdge::start, EditTime(16), false);
     EXPECT_EQ(zoomStart(2), 20);
     gestures_.trimClip(second, TimelineTrimEdge::start, EditTime(15), true);
+    EXPECT_EQ(zoomStart(2), 6);
+    // So does switching it off, or on again, with the edge where it is.
+    gestures_.trimClip(second, TimelineTrimEdge::start, EditTime(15), false);
+    EXPECT_EQ(zoomStart(2), 20);
+    gestures_.trimClip(second, TimelineTrimEdge::start, EditTime(15), true);
+    EXPECT_EQ(zoomStart(2), 6);
     gestures_.finishAllEditSessions();
 
     EXPECT_EQ(undoLabels(store_), Labels{"Trim Clip Start"});
