@@ -1,5 +1,7 @@
 #include "project/recording_take_builder.h"
 
+#include "platform/media/media_probe.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -18,6 +20,25 @@ template <class T>
 void fillIfAbsent(std::optional<T>& field, const std::optional<T>& value) {
     if (!field) {
         field = value;
+    }
+}
+
+// The sound inside a screen movie: a track of its own over the same file, without a file
+// of its own.
+RecordedMediaSegment systemAudioTwin(const RecordedMediaSegment& screen) {
+    RecordedMediaSegment twin = screen;
+    twin.kind = Kind::systemAudio;
+    twin.trackID.reset();
+    twin.width.reset();
+    twin.height.reset();
+    return twin;
+}
+
+bool hasSound(const std::filesystem::path& url) {
+    try {
+        return probeMediaFile(url).firstAudio() != nullptr;
+    } catch (const MediaError&) {
+        return false;
     }
 }
 
@@ -81,6 +102,9 @@ TakeManifest singleScreenManifest(const std::filesystem::path& url) {
     screen.kind = Kind::screen;
     screen.url = url;
     builder.addSegment(screen);
+    if (hasSound(url)) {
+        builder.addSegment(systemAudioTwin(screen));
+    }
     return builder.build();
 }
 
@@ -95,14 +119,7 @@ TakeManifest write(const std::filesystem::path& screenURL,
     double takeEnd = 0;
     for (const auto& screen : screenSegments) {
         builder.addSegment(screen);
-        // System audio is carried inside the screen movie: a track of its own without a
-        // file of its own.
-        RecordedMediaSegment twin = screen;
-        twin.kind = Kind::systemAudio;
-        twin.trackID.reset();
-        twin.width.reset();
-        twin.height.reset();
-        builder.addSegment(twin);
+        builder.addSegment(systemAudioTwin(screen));
         takeEnd = std::max(takeEnd, nonNegative(screen.programStart + screen.duration));
     }
     for (const auto& camera : cameraSegments) {

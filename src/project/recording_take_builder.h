@@ -42,7 +42,8 @@ struct RecordingTakeBuilder {
 };
 
 // The manifest of a movie without one: one screen track with one segment over the whole
-// file, all times 0 until the movie's real length is known.
+// file, all times 0 until the movie's real length is known, and, when the movie has sound,
+// its system-audio twin as a take's screen movie has, so that the sound plays.
 TakeManifest singleScreenManifest(const std::filesystem::path& url);
 
 namespace TakeManifestWriter {

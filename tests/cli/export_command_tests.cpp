@@ -7,11 +7,13 @@
 #include "platform/media/media_probe.h"
 #include "platform/media/video_decoder.h"
 #include "support/temporary_directory.h"
+#include "support/test_media.h"
 #include "support/tiny_take.h"
 
 #include <signal.h>
 
 #include <chrono>
+#include <cmath>
 #include <thread>
 
 namespace orvelle {
@@ -69,6 +71,22 @@ TEST_F(ExportCommand, WritesTheEditAsAnMp4OfTheRightSizeRateLengthAndSound) {
         ++frames;
     }
     EXPECT_EQ(frames, 60);
+}
+
+// A movie from elsewhere, opened without a take, keeps its own sound in the export.
+TEST_F(ExportCommand, ABareMovieKeepsItsOwnSound) {
+    const auto movie = folder / "clip.mp4";
+    testing::writeNumberedMovie(movie, {.frameCount = 45, .withAudio = true});
+    const auto output = folder / "movie.mp4";
+    exportJson({movie.string(), "-o", output.string(), "--size", "320x180"});
+    const auto sound = decodeAudioFile(output, {48000, 2});
+    ASSERT_GT(sound.size(), 48000u);
+    EXPECT_NEAR(testing::estimateFrequency(sound, 48000, 2), 440, 5);
+    double energy = 0;
+    for (const float sample : sound) {
+        energy += static_cast<double>(sample) * sample;
+    }
+    EXPECT_GT(std::sqrt(energy / static_cast<double>(sound.size())), 0.05);
 }
 
 TEST_F(ExportCommand, AFrameOfTheMovieIsTheStillOfThatInstant) {
