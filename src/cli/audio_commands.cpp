@@ -1,6 +1,8 @@
 #include "cli/commands.h"
+#include "cli/interrupt.h"
 #include "cli/output.h"
 #include "cli/project_input.h"
+#include "core/files.h"
 #include "platform/media/movie_writer.h"
 #include "project/editor_document.h"
 #include "timeline_media/composition_audio_mixer.h"
@@ -52,14 +54,21 @@ int runAudioMix(const Arguments& arguments) {
     CompositionAudioMixer mixer(result->composition, result->audioMix);
     const int64_t first = mixerFrame(from);
     const int64_t last = mixerFrame(to);
-    // Written beside the target and renamed at the end, so a failed mix leaves no file.
-    const auto partial = outputPath.parent_path() / (".partial-" + outputPath.filename().string());
+    // Written beside the target and moved into place at the end, so a failed or stopped mix
+    // leaves the file that was there.
+    PartialFile partial(outputPath);
     constexpr size_t block = 48000;
     std::vector<float> samples(block * CompositionAudioMixer::kChannelCount);
+    InterruptStop interrupt;
     ProgressReporter progress("Mixing");
-    try {
-        AudioFileWriter writer(partial, *containerForPath(outputPath));
+    {
+        AudioFileWriter writer(partial.path(), *containerForPath(outputPath));
         for (int64_t frame = first; frame < last; frame += static_cast<int64_t>(block)) {
+            if (interrupt.interrupted()) {
+                std::cerr << "\norvelle audio mix: cancelled; " << outputPath.string()
+                          << " was left as it was.\n";
+                return kInterruptedStatus;
+            }
             const auto count = static_cast<size_t>(std::min<int64_t>(block, last - frame));
             mixer.render(frame, count, samples.data());
             writer.append(samples.data(), count);
@@ -67,12 +76,8 @@ int runAudioMix(const Arguments& arguments) {
                             static_cast<double>(last - first));
         }
         writer.finish();
-        std::filesystem::rename(partial, outputPath);
-    } catch (...) {
-        std::error_code ignored;
-        std::filesystem::remove(partial, ignored);
-        throw;
     }
+    partial.commit();
     progress.finish();
     if (arguments.flag("--json")) {
         printJson({{"output", outputPath.string()},
@@ -109,7 +114,9 @@ Command audioMixCommand() {
             "orvelle audio mix DOCUMENT -o OUT.wav [--from T] [--to T] [--json]\n\n"
             "Mixes the system audio, microphone and music of DOCUMENT's edit, with its\n"
             "volumes, fades at cuts, speeds and music ducking, as 48 kHz stereo; --from and\n"
-            "--to pick a stretch in edit seconds. OUT may end in .wav or .m4a.",
+            "--to pick a stretch in edit seconds. OUT may end in .wav or .m4a. The file is\n"
+            "written beside OUT under a hidden name and replaces OUT when it is finished:\n"
+            "Ctrl-C or a failure leaves OUT as it was.",
             {{"--output", true, "-o"}, {"--from", true}, {"--to", true}, {"--json"}},
             runAudioMix};
 }

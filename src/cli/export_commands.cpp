@@ -22,9 +22,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Ctrl-C ends a command with the shell's status for it.
-constexpr int kInterruptedStatus = 130;
-
 std::string lowercase(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
@@ -179,7 +176,7 @@ int runExport(const Arguments& arguments) {
             settings, RenderExporterV2::defaultResources(),
             [&](double fraction) { progress.update(fraction); }, {}, interrupt.token());
     } catch (const CancellationError&) {
-        std::cerr << "\norvelle export: cancelled; no movie was written.\n";
+        std::cerr << "\norvelle export: cancelled; " << output.string() << " was left as it was.\n";
         return kInterruptedStatus;
     }
     progress.finish();
@@ -215,12 +212,12 @@ Command exportCommand() {
         "movie is --size (default 1920x1080) fitted to the aspect ratio, the project's\n"
         "unless --aspect is given (auto follows the recording), at the recording's frame\n"
         "rate held to 24...60 unless --fps is given. --captions burn draws the captions of\n"
-        "the edited transcript into the picture, styled as text clips. Shows a progress bar on a "
-        "terminal\n"
-        "and plain progress lines otherwise; Ctrl-C stops the export and removes the\n"
-        "half-written file. With --dry-run prints the settings it would use (sizes, fps,\n"
-        "codecs, bit rate, duration) and writes nothing; --json prints them as JSON, and\n"
-        "after an export prints them with secondsToExport.",
+        "the edited transcript into the picture, styled as text clips. Shows a progress bar\n"
+        "on a terminal and plain progress lines otherwise. The movie is written beside OUT\n"
+        "under a hidden name and replaces OUT only when it is finished: Ctrl-C, a failure\n"
+        "or a killed export leaves OUT as it was. With --dry-run prints the settings it\n"
+        "would use (sizes, fps, codecs, bit rate, duration) and writes nothing; --json\n"
+        "prints them as JSON, and after an export prints them with secondsToExport.",
         {{"--output", true, "-o"},
          {"--quality", true},
          {"--size", true},

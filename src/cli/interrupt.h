@@ -11,6 +11,9 @@
 
 namespace orvelle::cli {
 
+// The exit status of a command stopped by Ctrl-C, as a shell reports one killed by SIGINT.
+inline constexpr int kInterruptedStatus = 130;
+
 class InterruptStop {
 public:
     InterruptStop();

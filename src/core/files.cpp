@@ -3,9 +3,11 @@
 #include "core/error.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -94,6 +96,74 @@ bool fileExists(const fs::path& path) {
 void removeIgnoringErrors(const fs::path& path) {
     std::error_code error;
     fs::remove_all(path, error);
+}
+
+namespace {
+
+constexpr std::string_view kPartialPrefix = ".partial-";
+// Numbers the partial files of this process, so that two threads never share one.
+std::atomic<unsigned> partialFileCount = 0;
+
+// The process id in a partial file's name, or 0 when the name is not one.
+pid_t partialFileOwner(const std::string& name) {
+    if (name.rfind(kPartialPrefix, 0) != 0) {
+        return 0;
+    }
+    const size_t digits = kPartialPrefix.size();
+    const size_t dash = name.find('-', digits);
+    if (dash == std::string::npos || dash == digits) {
+        return 0;
+    }
+    pid_t owner = 0;
+    for (size_t i = digits; i < dash; ++i) {
+        if (name[i] < '0' || name[i] > '9' || owner > 100000000) {
+            return 0;
+        }
+        owner = owner * 10 + (name[i] - '0');
+    }
+    return owner;
+}
+
+bool processRuns(pid_t id) {
+    return ::kill(id, 0) == 0 || errno == EPERM;
+}
+
+fs::path folderOf(const fs::path& path) {
+    return path.has_parent_path() ? path.parent_path() : fs::path(".");
+}
+
+} // namespace
+
+PartialFile::PartialFile(fs::path destination)
+    : destination_(std::move(destination)),
+      partial_(folderOf(destination_) / (std::string(kPartialPrefix) + std::to_string(::getpid()) +
+                                         "-" + std::to_string(partialFileCount.fetch_add(1)) + "-" +
+                                         destination_.filename().string())) {
+    removeStalePartialFiles(folderOf(destination_));
+    removeIgnoringErrors(partial_);
+}
+
+PartialFile::~PartialFile() {
+    if (!committed_) {
+        removeIgnoringErrors(partial_);
+    }
+}
+
+void PartialFile::commit() {
+    if (::rename(partial_.c_str(), destination_.c_str()) != 0) {
+        throwFileError("Could not move the finished file into place at", destination_, errno);
+    }
+    committed_ = true;
+}
+
+void removeStalePartialFiles(const fs::path& folder) {
+    std::error_code error;
+    for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+        const pid_t owner = partialFileOwner(it->path().filename().string());
+        if (owner > 0 && owner != ::getpid() && !processRuns(owner)) {
+            removeIgnoringErrors(it->path());
+        }
+    }
 }
 
 } // namespace orvelle

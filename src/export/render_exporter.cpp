@@ -1,5 +1,6 @@
 #include "export/render_exporter.h"
 
+#include "core/files.h"
 #include "core/resources.h"
 #include "export/orvelle_video_compositor.h"
 #include "motion/cursor_click_sound_resource.h"
@@ -21,14 +22,6 @@ bool sameFile(const fs::path& a, const fs::path& b) {
     const fs::path left = fs::weakly_canonical(fs::absolute(a), error);
     const fs::path right = fs::weakly_canonical(fs::absolute(b), error);
     return !error && left == right;
-}
-
-// Clean-up of the destination: a file only, never a folder someone named by mistake.
-void removeOutputFile(const fs::path& path) {
-    std::error_code error;
-    if (!fs::is_directory(path, error)) {
-        fs::remove(path, error);
-    }
 }
 
 } // namespace
@@ -61,12 +54,16 @@ void validateOutputURL(const RenderExportSettings& settings) {
 void writeComposition(const RenderComposition::Output& composition,
                       ExportFrameCompositor& compositor, const RenderPipe::Options& options,
                       const std::stop_token& stop) {
-    removeOutputFile(options.outputURL);
+    // The movie is written beside the destination and takes its place only when it is
+    // finished: whatever stops the export, the file that was there stands.
+    PartialFile movie(options.outputURL);
+    RenderPipe::Options writing = options;
+    writing.outputURL = movie.path();
+    RenderPipe::run(composition, compositor, writing, stop);
     try {
-        RenderPipe::run(composition, compositor, options, stop);
-    } catch (...) {
-        removeOutputFile(options.outputURL);
-        throw;
+        movie.commit();
+    } catch (const FileError& error) {
+        throw RenderExportError(RenderExportErrorCode::writerFailed, error.what());
     }
 }
 

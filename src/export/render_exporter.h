@@ -1,10 +1,10 @@
 #pragma once
 
-// Writes the finished movie of an edit: checks the destination, builds the composition,
-// removes what was at the destination and pumps the composition into it. Whatever stops an
-// export (a failure or the stop token) removes the half-written file, so a movie at the
-// destination is always a whole one. A background task: it reads and writes files for as
-// long as the movie takes.
+// Writes the finished movie of an edit: checks the destination, builds the composition and
+// pumps it into a hidden file beside the destination, which replaces whatever was there
+// only once the movie is finished. Whatever stops an export (a failure, the stop token, a
+// killed process) leaves the destination as it was, so a movie there is always a whole
+// one. A background task: it reads and writes files for as long as the movie takes.
 
 #include "export/render_pipe.h"
 #include "timeline_media/render_export_settings.h"
@@ -20,10 +20,10 @@ namespace orvelle::RenderExporterV2 {
 RenderComposition::Resources defaultResources();
 
 // The movie of the settings at `settings.outputURL`, which it returns: the destination
-// checked, the composition built, any file at the destination removed, the movie written.
+// checked, the composition built, the movie written and moved into place.
 // `progress` (0...1, from the encode thread) stays at most 0.99 until the file is
 // finished; `finalizing` comes before the file's index is written. Throws RenderExportError
-// or CancellationError, with the half-written file removed.
+// or CancellationError, with the half-written file removed and the destination untouched.
 std::filesystem::path exportMovie(const RenderExportSettings& settings,
                                   const RenderComposition::Resources& resources,
                                   std::function<void(double)> progress,
@@ -33,8 +33,10 @@ std::filesystem::path exportMovie(const RenderExportSettings& settings,
 // files (or the source movie), before anything is touched.
 void validateOutputURL(const RenderExportSettings& settings);
 
-// Replaces the file at `options.outputURL` with the movie of the composition. On failure or
-// cancellation the file is removed and the error rethrown.
+// Replaces the file at `options.outputURL` with the movie of the composition, written under
+// a hidden name beside it (see PartialFile) and moved into place when finished. On failure
+// or cancellation the partial file is removed, the destination left as it was and the error
+// rethrown.
 void writeComposition(const RenderComposition::Output& composition,
                       ExportFrameCompositor& compositor, const RenderPipe::Options& options,
                       const std::stop_token& stop);

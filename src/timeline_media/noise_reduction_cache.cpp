@@ -7,8 +7,6 @@
 #include "platform/media/media_probe.h"
 #include "platform/media/movie_writer.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -105,14 +103,12 @@ NoiseReductionCache::denoisedURL(const std::filesystem::path& source) const {
     }
     std::error_code error;
     std::filesystem::create_directories(directory_, error);
-    const auto temporary = target->parent_path() / (".partial-" + std::to_string(::getpid()) + "-" +
-                                                    target->filename().string());
     try {
-        writeDenoisedAudio(source, temporary);
-        std::filesystem::rename(temporary, *target);
+        PartialFile copy(*target);
+        writeDenoisedAudio(source, copy.path());
+        copy.commit();
         return target;
     } catch (const std::exception& failure) {
-        removeIgnoringErrors(temporary);
         logWarning("denoise", "no denoised copy of ", source.string(), ": ", failure.what());
         return std::nullopt;
     }

@@ -6,9 +6,10 @@
 // source's rate and channel count, made with a spectral noise gate (FFmpeg's afftdn) set to the
 // noise floor measured in the file's quietest stretches, after a gentle high-pass, and lines
 // up with its source to the sample. A copy is written under a temporary name and renamed, so
-// a half-made file is never taken for a copy. Makes files: keep it off the main thread. Safe
-// to use from several threads or processes on the same folder (the last rename wins; both
-// copies are equal).
+// a half-made file is never taken for a copy, and one left by a process that was killed is
+// removed when the next copy is made here. Makes files: keep it off the main thread. Safe to
+// use from several threads or processes on the same folder (the last rename wins; both copies
+// are equal).
 
 #include <filesystem>
 #include <optional>

@@ -8,6 +8,7 @@
 #include "platform/media/audio_decoder.h"
 #include "support/temporary_directory.h"
 #include "support/test_media.h"
+#include "support/tiny_take.h"
 
 #include <algorithm>
 #include <cmath>
@@ -135,6 +136,35 @@ TEST(AudioMixCommand, AnEditedSampleTakeHasNoClicksAndDucksTheMusicUnderTheNarra
         EXPECT_LT(std::fabs(musicPart[static_cast<size_t>(2 * at)]), 1e-3) << wrap;
         EXPECT_LT(largestStep(musicPart, at - frame(0.01), at + frame(0.01)), 0.01) << wrap;
     }
+}
+
+// The mix is written beside its destination and moved into place when it is finished:
+// Ctrl-C leaves the file that was there and nothing else; the partial file of a killed mix
+// is removed by the next mix into that folder.
+TEST(AudioMixCommand, AStoppedOrKilledMixLeavesTheOldFile) {
+    TemporaryDirectory folder;
+    const auto take =
+        testing::writeTinyTake(folder / "take", {.seconds = 90, .withPointer = false});
+    const auto output = folder / "mix.wav";
+    testing::writeTextFile(output, "the mix of yesterday");
+    const std::vector<std::string> arguments{"audio", "mix", take.manifestURL.string(), "-o",
+                                             output.string()};
+    const auto interrupted =
+        testing::orvelleSignalledWhileWriting(arguments, {}, folder.path(), SIGINT);
+    EXPECT_EQ(interrupted.status, 130) << interrupted.err;
+    EXPECT_EQ(readFile(output), "the mix of yesterday");
+    EXPECT_TRUE(testing::partialFilesIn(folder.path()).empty());
+
+    const auto killed =
+        testing::orvelleSignalledWhileWriting(arguments, {}, folder.path(), SIGKILL);
+    EXPECT_EQ(killed.status, -1);
+    EXPECT_EQ(readFile(output), "the mix of yesterday");
+    EXPECT_EQ(testing::partialFilesIn(folder.path()).size(), 1u);
+
+    const Json mix = orvelleJson(
+        {"audio", "mix", take.manifestURL.string(), "-o", output.string(), "--to", "1", "--json"});
+    EXPECT_EQ(mix["frames"], rate);
+    EXPECT_TRUE(testing::partialFilesIn(folder.path()).empty());
 }
 
 // A take's manifest stands for its movie in every command that opens a document: the sound

@@ -6,6 +6,11 @@
 #include "support/run_program.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
 
 namespace orvelle::testing {
 
@@ -20,6 +25,31 @@ inline Json orvelleJson(const std::vector<std::string>& arguments,
         ADD_FAILURE() << "not JSON: " << result.out << "\n" << result.err;
         return nullptr;
     }
+}
+
+// The hidden files that commands write beside their outputs until they are finished.
+inline std::vector<std::filesystem::path> partialFilesIn(const std::filesystem::path& folder) {
+    std::vector<std::filesystem::path> found;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        if (entry.path().filename().string().starts_with(".partial-")) {
+            found.push_back(entry.path());
+        }
+    }
+    return found;
+}
+
+// Runs orvelle and sends it `signal` as soon as it has begun a partial file in `folder`.
+inline ProgramResult
+orvelleSignalledWhileWriting(const std::vector<std::string>& arguments,
+                             const std::map<std::string, std::string>& environment,
+                             const std::filesystem::path& folder, int signal) {
+    return runProgram(orvelleBinary(), arguments, environment, [&](int processID) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (partialFilesIn(folder).empty() && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        ::kill(processID, signal);
+    });
 }
 
 } // namespace orvelle::testing

@@ -12,9 +12,7 @@
 
 #include <signal.h>
 
-#include <chrono>
 #include <cmath>
-#include <thread>
 
 namespace orvelle {
 namespace {
@@ -203,25 +201,33 @@ TEST_F(ExportCommand, ExplainsABadCommandLine) {
     EXPECT_EQ(missing.status, 1);
 }
 
-// Ctrl-C while the movie is being written: the command stops, says so, and leaves nothing.
-TEST_F(ExportCommand, InterruptingStopsCleanlyAndLeavesNoFile) {
+// The movie is written beside the destination and replaces it only when finished: Ctrl-C
+// or a killed export leaves the movie that was there as it was, and the partial file of a
+// killed one is cleaned up by the next export into that folder.
+TEST_F(ExportCommand, AStoppedOrKilledExportLeavesTheOldMovieAsItWas) {
     const auto take = testing::writeTinyTake(folder / "take", {.seconds = 20});
     const auto output = folder / "movie.mp4";
-    const auto result = runProgram(
-        testing::orvelleBinary(),
-        {"export", take.manifestURL.string(), "-o", output.string(), "--size", "1280x720"},
-        environment, [&](int processID) {
-            // The writer creates the file once the composition is built and frames flow.
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-            while (!std::filesystem::exists(output) &&
-                   std::chrono::steady_clock::now() < deadline) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(5));
-            }
-            ::kill(processID, SIGINT);
-        });
-    EXPECT_EQ(result.status, 130) << result.err;
-    EXPECT_NE(result.err.find("cancelled"), std::string::npos) << result.err;
-    EXPECT_FALSE(std::filesystem::exists(output));
+    testing::writeTextFile(output, "the movie of yesterday");
+    const std::vector<std::string> arguments{
+        "export", take.manifestURL.string(), "-o", output.string(), "--size", "1280x720"};
+
+    const auto interrupted =
+        testing::orvelleSignalledWhileWriting(arguments, environment, folder.path(), SIGINT);
+    EXPECT_EQ(interrupted.status, 130) << interrupted.err;
+    EXPECT_NE(interrupted.err.find("cancelled"), std::string::npos) << interrupted.err;
+    EXPECT_EQ(readFile(output), "the movie of yesterday");
+    EXPECT_TRUE(testing::partialFilesIn(folder.path()).empty());
+
+    const auto killed =
+        testing::orvelleSignalledWhileWriting(arguments, environment, folder.path(), SIGKILL);
+    EXPECT_EQ(killed.status, -1);
+    EXPECT_EQ(readFile(output), "the movie of yesterday");
+    EXPECT_EQ(testing::partialFilesIn(folder.path()).size(), 1u);
+
+    const auto done = run({take.manifestURL.string(), "-o", output.string(), "--size", "160x90"});
+    EXPECT_EQ(done.status, 0) << done.err;
+    EXPECT_NE(probeMediaFile(output).firstVideo(), nullptr);
+    EXPECT_TRUE(testing::partialFilesIn(folder.path()).empty());
 }
 
 } // namespace

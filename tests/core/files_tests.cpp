@@ -4,6 +4,8 @@
 #include "support/temporary_directory.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -68,6 +70,40 @@ TEST(XdgPaths, FollowTheEnvironmentAndFallBackUnderHome) {
     if (savedData) {
         ::setenv("XDG_DATA_HOME", saved.c_str(), 1);
     }
+}
+
+// A partial file replaces its destination only when committed. Partial files of processes
+// that are gone are removed by the next one made in their folder; those of running
+// processes, and other hidden files, are left alone.
+TEST(PartialFile, ReplacesOnCommitAndCleansUpAfterTheDead) {
+    testing::TemporaryDirectory folder;
+    const fs::path target = folder / "movie.mp4";
+    testing::writeTextFile(target, "old");
+    {
+        PartialFile partial(target);
+        testing::writeTextFile(partial.path(), "half");
+    }
+    EXPECT_EQ(readFile(target), "old");
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator()), 1);
+
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::_exit(0);
+    }
+    ::waitpid(child, nullptr, 0);
+    const std::string dead = ".partial-" + std::to_string(child) + "-0-movie.mp4";
+    for (const std::string& name :
+         {dead, std::string(".partial-1-0-movie.mp4"), std::string(".partial-movie.mp4")}) {
+        testing::writeTextFile(folder / name, "left behind");
+    }
+    PartialFile partial(target);
+    testing::writeTextFile(partial.path(), "new");
+    partial.commit();
+    EXPECT_EQ(readFile(target), "new");
+    EXPECT_FALSE(fileExists(folder / dead));
+    EXPECT_TRUE(fileExists(folder / ".partial-1-0-movie.mp4"));
+    EXPECT_TRUE(fileExists(folder / ".partial-movie.mp4"));
+    EXPECT_FALSE(fileExists(partial.path()));
 }
 
 } // namespace
