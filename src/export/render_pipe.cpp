@@ -23,6 +23,11 @@
 
 namespace orvelle {
 
+OrvelleCompositorError::OrvelleCompositorError(OrvelleCompositorErrorCode code)
+    : CodedError(code, code == OrvelleCompositorErrorCode::missingInstruction
+                           ? "A frame of the export has no composition instruction."
+                           : "The render context could not allocate an output pixel buffer.") {}
+
 namespace RenderPipe {
 
 namespace {
@@ -178,7 +183,11 @@ void renderFrames(Pipe& pipe, const RenderComposition::Output& composition,
         RenderedFrame& rendered = **slot;
         SourceFrames& frame = **source;
         rendered.time = frame.time;
-        rendered.picture.allocate(PixelLayout::bgra, composition.width, composition.height);
+        try {
+            rendered.picture.allocate(PixelLayout::bgra, composition.width, composition.height);
+        } catch (const std::bad_alloc&) {
+            throw OrvelleCompositorError(OrvelleCompositorErrorCode::cannotAllocateOutputBuffer);
+        }
         rendered.picture.presentationTime = frame.time;
         compositor.compose({frame.index, frame.time, frame.instruction,
                             frame.hasScreen ? &frame.screen : nullptr,

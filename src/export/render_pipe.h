@@ -13,6 +13,7 @@
 // The first failure anywhere, or the stop token, stops every thread; the caller removes
 // what was written.
 
+#include "core/error.h"
 #include "platform/media/video_frame.h"
 #include "timeline_media/render_composition.h"
 
@@ -31,8 +32,18 @@ struct ExportFrameRequest {
     const VideoFrame* camera = nullptr; // BGRA; absent without a camera picture here
 };
 
+// What a compositor cannot draw: a frame without its instruction, or no frame to draw into.
+enum class OrvelleCompositorErrorCode { missingInstruction, cannotAllocateOutputBuffer };
+
+class OrvelleCompositorError : public CodedError<OrvelleCompositorErrorCode> {
+public:
+    explicit OrvelleCompositorError(OrvelleCompositorErrorCode code);
+};
+
 // Draws the export's frames. Called from the render thread only, once for each frame, in
-// frame order. A failure is thrown and ends the export as a failure to read.
+// frame order; once the export stops, the frames still waiting are dropped undrawn. A
+// failure (an OrvelleCompositorError or any other) is thrown and ends the export as a
+// failure to read, with its text.
 class ExportFrameCompositor {
 public:
     virtual ~ExportFrameCompositor() = default;

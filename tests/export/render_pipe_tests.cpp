@@ -4,6 +4,7 @@
 // result can be told apart.
 
 #include "core/files.h"
+#include "export/orvelle_video_compositor.h"
 #include "export/render_export_codec.h"
 #include "export/render_exporter.h"
 #include "platform/media/audio_decoder.h"
@@ -260,6 +261,119 @@ TEST_F(RenderPipeTest, ADrawingFailureEndsTheExportAsAReaderFailure) {
         EXPECT_STREQ(error.what(), "The frame could not be drawn.");
     }
     EXPECT_EQ(readFile(output), "an older movie");
+}
+
+// The compositor that draws the export's frames, over the geometry of a plain 2 s edit.
+class VideoCompositor : public RenderPipeTest {
+protected:
+    std::shared_ptr<RenderFrameResolver> resolver() const {
+        RenderFrameSource source;
+        source.project.timeline = fullLengthTimeline(SourceTime(3));
+        source.project.background.paddingAmount = 0;
+        source.sourceNaturalSize = {kWidth, kHeight};
+        source.stageSize = {kWidth, kHeight};
+        return std::make_shared<RenderFrameResolver>(source);
+    }
+};
+
+// A frame it cannot draw fails the export in its own words, as a failure to read, with
+// the old movie left: one without an instruction, one with no picture to draw into. A
+// stretch without a screen picture is drawn as a black card.
+TEST_F(VideoCompositor, FailsClearlyOnAFrameItCannotDraw) {
+    OrvelleVideoCompositor compositor(resolver());
+    auto plain = composition(0, 1, false);
+    VideoFrame frame;
+    frame.allocate(PixelLayout::bgra, kWidth, kHeight);
+    std::fill(frame.planes[0].begin(), frame.planes[0].end(), uint8_t{200});
+    compositor.compose({0, 0.5, &plain.instructions.front(), nullptr, nullptr}, frame);
+    const uint8_t* middle = frame.row(0, kHeight / 2) + kWidth / 2 * 4;
+    EXPECT_EQ((std::array{middle[0], middle[1], middle[2], middle[3]}),
+              (std::array<uint8_t, 4>{0, 0, 0, 255}));
+
+    const auto failure = [&](const ExportFrameRequest& request, VideoFrame& into) {
+        try {
+            compositor.compose(request, into);
+        } catch (const OrvelleCompositorError& error) {
+            return std::pair{error.code(), std::string(error.what())};
+        }
+        return std::pair{OrvelleCompositorErrorCode{}, std::string("no error")};
+    };
+    VideoFrame none;
+    EXPECT_EQ(failure({0, 0.5, &plain.instructions.front(), nullptr, nullptr}, none),
+              std::pair(OrvelleCompositorErrorCode::cannotAllocateOutputBuffer,
+                        std::string("The render context could not allocate an output pixel "
+                                    "buffer.")));
+    EXPECT_EQ(failure({0, 0.5, nullptr, nullptr, nullptr}, frame),
+              std::pair(OrvelleCompositorErrorCode::missingInstruction,
+                        std::string("A frame of the export has no composition instruction.")));
+
+    std::ofstream(output) << "an older movie";
+    plain.instructions.clear();
+    try {
+        RenderExporterV2::writeComposition(plain, compositor, options(), {});
+        FAIL() << "the export went on";
+    } catch (const RenderExportError& error) {
+        EXPECT_EQ(error.code(), RenderExportErrorCode::writerFailed);
+        EXPECT_STREQ(error.what(), "A frame of the export has no composition instruction.");
+    }
+    EXPECT_EQ(readFile(output), "an older movie");
+}
+
+TEST_F(RenderPipeTest, AMissingSourceFileEndsTheExportAsAReaderFailure) {
+    auto broken = composition(0, 1, false);
+    broken.composition.media[0] = directory / "gone.mp4";
+    CopyingCompositor compositor;
+    try {
+        RenderExporterV2::writeComposition(broken, compositor, options(), {});
+        FAIL() << "the export went on";
+    } catch (const RenderExportError& error) {
+        EXPECT_EQ(error.code(), RenderExportErrorCode::writerFailed);
+        EXPECT_NE(std::string(error.what()).find("gone.mp4"), std::string::npos) << error.what();
+    }
+    EXPECT_FALSE(std::filesystem::exists(output));
+}
+
+TEST_F(RenderPipeTest, AWriterThatCannotStartFailsWithItsReason) {
+    output = directory / "missing-folder" / "out.mp4";
+    CopyingCompositor compositor;
+    try {
+        RenderExporterV2::writeComposition(composition(0, 1, false), compositor, options(), {});
+        FAIL() << "the export went on";
+    } catch (const RenderExportError& error) {
+        EXPECT_EQ(error.code(), RenderExportErrorCode::writerFailed);
+        EXPECT_FALSE(std::string(error.what()).empty());
+    }
+    EXPECT_TRUE(compositor.frames.empty());
+    EXPECT_FALSE(std::filesystem::exists(output));
+}
+
+TEST_F(RenderPipeTest, AWriterThatFailsMidwayLeavesNoFile) {
+    // An odd size is refused by the encoder when the writer starts; a picture of another
+    // size than the movie is refused on append.
+    CopyingCompositor compositor;
+    auto odd = composition(0, 1, false);
+    odd.width = kWidth - 1;
+    EXPECT_THROW(RenderExporterV2::writeComposition(odd, compositor, options(), {}),
+                 RenderExportError);
+    EXPECT_FALSE(std::filesystem::exists(output));
+
+    class ShrinkingCompositor : public CopyingCompositor {
+    public:
+        void compose(const ExportFrameRequest& request, VideoFrame& frame) override {
+            CopyingCompositor::compose(request, frame);
+            if (request.frameIndex == 5) {
+                frame.allocate(PixelLayout::bgra, kWidth / 2, kHeight / 2);
+            }
+        }
+    } shrinking;
+    try {
+        RenderExporterV2::writeComposition(composition(0, 1, true), shrinking, options(), {});
+        FAIL() << "the export went on";
+    } catch (const RenderExportError& error) {
+        EXPECT_EQ(error.code(), RenderExportErrorCode::writerFailed);
+        EXPECT_STREQ(error.what(), "Failed to append video sample.");
+    }
+    EXPECT_FALSE(std::filesystem::exists(output));
 }
 
 TEST(RenderPipeFrames, CountAndInstructionLookup) {
