@@ -141,7 +141,13 @@ TEST(AlignCommand, CorrectsTheWordTimesOfASpokenNarration) {
     EXPECT_NEAR(json["words"].back()["endTime"].get<double>(), islands.back().second, 0.045);
     EXPECT_EQ(json["report"]["changedWords"], 9);
     EXPECT_EQ(json["modelDescription"], "/models/parakeet + native precise word timing");
-    EXPECT_EQ(json["summary"].get<std::string>().substr(0, 17), "9 words aligned.\n");
+    // The summary's counts add up to the transcript: these test models hear loudness, not
+    // letters, so their words are placed well but with low confidence.
+    const std::string summary = json["summary"];
+    const size_t fallback = summary.find(" words used fallback or low-confidence timing.");
+    ASSERT_NE(fallback, std::string::npos) << summary;
+    EXPECT_EQ(std::stoi(summary) + std::stoi(summary.substr(summary.rfind('\n', fallback) + 1)), 9)
+        << summary;
 
     // The corrected transcript keeps its form and records the rough times once.
     const auto saved = decodeJson<EditorTranscript>(readJsonFile(corrected));

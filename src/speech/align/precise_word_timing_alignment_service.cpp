@@ -33,17 +33,19 @@ PreciseWordTimingAlignmentError PreciseWordTimingAlignmentError::noWords() {
 
 std::string PreciseWordTimingReport::summaryText() const {
     const AlignmentReport& report = alignmentReport;
-    std::string text = std::to_string(report.totalWords) + " words aligned.\n";
+    // Every word is either aligned or kept with fallback timing: the two counts add up to
+    // the words of the transcript.
+    int fallbackWords = 0;
+    for (const auto& span : report.failedSpans) {
+        fallbackWords += span.wordCount;
+    }
+    std::string text = std::to_string(report.totalWords - fallbackWords) + " words aligned.\n";
     text += std::to_string(report.changedWords) + " words changed by at least " +
             milliseconds(AlignmentOptions{}.significantShiftThreshold) + ".\n";
     text += "Average boundary shift: " + milliseconds(report.averageBoundaryShift) + ".\n";
     text += "Largest boundary shift: " + milliseconds(report.largestBoundaryShift) + ".";
     if (report.largestShiftWord) {
         text += "\nLargest shift word: \"" + *report.largestShiftWord + "\".";
-    }
-    int fallbackWords = 0;
-    for (const auto& span : report.failedSpans) {
-        fallbackWords += span.wordCount;
     }
     if (fallbackWords > 0) {
         text +=

@@ -116,7 +116,9 @@ std::optional<std::filesystem::path> prepareAudio(const EditorDocument& document
         return std::nullopt;
     }
     const TakeSegmentManifest& first = segments.front();
-    if (segments.size() == 1 && first.programStart <= 0.001 &&
+    // One segment that is its whole file from the start is used as it is; one trimmed at its
+    // head (or anywhere) is rendered from its media start.
+    if (segments.size() == 1 && first.programStart <= 0.001 && first.mediaStart <= 0.001 &&
         std::abs(first.duration - first.mediaDuration) <= 0.001) {
         return first.url;
     }

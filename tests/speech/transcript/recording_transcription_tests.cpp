@@ -121,6 +121,25 @@ TEST_F(RecordingTranscriptionTest, OneSegmentAtTheStartIsTranscribedAsItIs) {
     const auto result = RecordingTranscriptionService::transcribe(*request);
     EXPECT_EQ(result.analysis.source.computeUnits, "gpu");
     EXPECT_EQ(result.analysis.words.back().text, "end");
+
+    // A file whose first second was trimmed away plays from its media start: it is rendered,
+    // so the words' times are the take's.
+    std::vector<float> late(48000, 0.0f);
+    const auto tone = testing::sineTone(300, 2, 48000, 1, 0.4f);
+    late.insert(late.end(), tone.begin(), tone.end());
+    testing::writeAudioFile(folder_ / "Take-microphone-002.m4a", late, AudioFormat{48000, 1});
+    RecordedMediaSegment trimmed = microphone(folder_ / "Take-microphone-002.m4a", 0, 2);
+    trimmed.mediaStart = 1;
+    const auto rendered = RecordingTranscriptionService::makeRequest(take({trimmed}), model_);
+    ASSERT_TRUE(rendered);
+    EXPECT_EQ(rendered->audioURL, folder_ / "Take.transcription.m4a");
+    const std::vector<float> audio = decodeAudioFile(rendered->audioURL, AudioFormat{16000, 1});
+    EXPECT_NEAR(audio.size() / 16000.0, 2.0, 0.05);
+    double energy = 0;
+    for (size_t i = 1600; i < 8000; ++i) {
+        energy += audio[i] * audio[i];
+    }
+    EXPECT_GT(std::sqrt(energy / 6400), 0.2) << "the tone from the file's second 1 at once";
 }
 
 TEST_F(RecordingTranscriptionTest, SeveralSegmentsAreRenderedAtTheirTakeTimes) {
