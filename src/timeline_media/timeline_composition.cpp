@@ -126,14 +126,8 @@ void insertAudioTracks(MediaComposition& composition, AudioMix& mix,
         return;
     }
     for (const auto role : kTimelineCompositionAudioRoles) {
-        const double volume = projectVolume(role, audioSettings);
-        const bool anyClipVolume = std::any_of(clips.begin(), clips.end(), [&](const auto& clip) {
-            const auto& own = role == TimelineCompositionAudioRole::system
-                                  ? clip.audio.systemAudioVolume
-                                  : clip.audio.microphoneVolume;
-            return own && *own > 0;
-        });
-        if (!(volume > 0) && !anyClipVolume) {
+        // The project's volume of 0 mutes the role, whatever its clips' own volumes say.
+        if (!(projectVolume(role, audioSettings) > 0)) {
             continue;
         }
         auto segments = audioSegments(composition, source.audioSourcesFor(role), clips);

@@ -367,6 +367,8 @@ TEST(TimelineComposition, MakesTracksPerRoleWithVolumesAndLeavesOutSilentRoles) 
         {TimelineCompositionAudioRole::microphone, "/take/mic.m4a", {}, 0, 20, 0, 20});
     auto first = clip(0, 5);
     first.audio.microphoneVolume = 0.25;
+    // A clip's own volume does not bring back a role the project has muted.
+    first.audio.systemAudioVolume = 0.7;
     const std::vector clips{first, clip(8, 12), clip(12, 14, 2)};
     AudioSettings settings;
     settings.systemAudioVolume = 0;
