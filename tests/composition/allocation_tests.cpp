@@ -78,37 +78,34 @@ protected:
     PreviewCompositionInput input;
 };
 
-TEST_F(ResolveAllocations, NoneWithoutAnActiveClip) {
+// Neither a plain instant nor one with touching zooms, a camera layout, touching masks and
+// a fade under way allocates.
+TEST_F(ResolveAllocations, NoneWithOrWithoutZoomsLayoutsMasksAndFades) {
     input.timelineTime = EditTime(5);
     PreviewComposition result;
     EXPECT_EQ(allocationsOf([&] { result = PreviewCompositionResolver::resolve(input); }), 0);
     EXPECT_TRUE(result.cursor);
     EXPECT_TRUE(result.camera);
-}
 
-TEST_F(ResolveAllocations, NoneWithZoomsLayoutsMasksAndFadesEither) {
     CameraLayoutClip layout;
     layout.id = Uuid::random();
     layout.start = EditTime(13);
     layout.end = EditTime(20);
     layout.mode = CameraLayoutMode::fullscreen;
     project.camera.dynamicLayoutClips = {layout};
-    MaskClip mask;
-    mask.id = Uuid::random();
-    mask.start = EditTime(10);
-    mask.end = EditTime(14);
-    MaskClip next = mask;
-    next.id = Uuid::random();
-    next.start = EditTime(14);
-    next.end = EditTime(18);
-    project.mask.clips = {mask, next};
+    for (const double start : {10.0, 14.0}) {
+        MaskClip mask;
+        mask.id = Uuid::random();
+        mask.start = EditTime(start);
+        mask.end = EditTime(start + 4);
+        project.mask.clips.push_back(mask);
+    }
     project.timeline.clips[0].fadeOutDuration = 2;
     const ResolvedEditTimeline timeline(EditTimeline::from(project.timeline));
     input.editTimeline = &timeline;
     input.timelineTime = EditTime(14.05);
     input.cameraAnimationAmount = 1;
     input.cameraZoomScale = 1.5;
-    PreviewComposition result;
     EXPECT_EQ(allocationsOf([&] { result = PreviewCompositionResolver::resolve(input); }), 0);
     EXPECT_TRUE(result.mask);
     EXPECT_GT(result.screen.perspective.angleDegrees, 0);

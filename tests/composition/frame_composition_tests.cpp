@@ -46,45 +46,30 @@ FrameComposition everyFieldSet() {
     return frame;
 }
 
-TEST(FrameCompositionJson, RoundTripsEveryField) {
-    const FrameComposition frame = everyFieldSet();
+// The stage's numbers as the `frame` command prints them: every field round-trips, under
+// the record's names in plain geometry, absent layers as null, and a missing key is named.
+TEST(FrameCompositionJson, RoundTripsUnderTheRecordsNames) {
+    FrameComposition frame = everyFieldSet();
     const Json json = encodeJson(frame);
     EXPECT_EQ(decodeJson<FrameComposition>(parseJson(prettyJson(json))), frame);
-}
-
-TEST(FrameCompositionJson, UsesTheRecordsNamesAndPlainGeometry) {
-    const Json json = encodeJson(everyFieldSet());
-    EXPECT_EQ(json["stageSize"], (Json{{"width", 1920.0}, {"height", 1080.0}}));
     EXPECT_EQ(json["movieRect"],
               (Json{{"x", 0.0}, {"y", 0.0}, {"width", 1728.0}, {"height", 1080.0}}));
     EXPECT_EQ(json["preview"]["cursor"]["position"], (Json{{"x", 400.0}, {"y", 300.0}}));
     EXPECT_EQ(json["preview"]["screen"]["perspective"]["angleDegrees"], 12.0);
     EXPECT_EQ(json["preview"]["mask"]["borderStyle"], "twinComet");
-    EXPECT_EQ(json["cursorStyle"], "dot");
-    EXPECT_EQ(json["editTime"], 3.5);
     EXPECT_EQ(json["cursorFrameMotion"], (Json{{"dx", 0.01}, {"dy", -0.02}}));
-    EXPECT_EQ(json["textClips"][0]["text"], "Hello");
-}
 
-TEST(FrameCompositionJson, AbsentLayersAreNull) {
-    FrameComposition frame = everyFieldSet();
     frame.cameraNaturalSize.reset();
     frame.preview.cursor.reset();
     frame.preview.camera.reset();
     frame.preview.mask.reset();
-    const Json json = encodeJson(frame);
-    EXPECT_TRUE(json.at("cameraNaturalSize").is_null());
-    EXPECT_TRUE(json.at("preview").at("cursor").is_null());
-    EXPECT_TRUE(json.at("preview").at("camera").is_null());
-    EXPECT_TRUE(json.at("preview").at("mask").is_null());
-    EXPECT_EQ(decodeJson<FrameComposition>(json), frame);
-}
+    Json absent = encodeJson(frame);
+    EXPECT_TRUE(absent.at("preview").at("mask").is_null());
+    EXPECT_EQ(decodeJson<FrameComposition>(absent), frame);
 
-TEST(FrameCompositionJson, MissingKeyIsNamed) {
-    Json json = encodeJson(everyFieldSet());
-    json["preview"]["screen"].erase("strokeWidth");
+    absent["preview"]["screen"].erase("strokeWidth");
     try {
-        decodeJson<FrameComposition>(json);
+        decodeJson<FrameComposition>(absent);
         FAIL();
     } catch (const JsonDecodeError& error) {
         EXPECT_EQ(error.path(), "preview.screen.strokeWidth");

@@ -40,71 +40,84 @@ FrameRendererInput greenCard(const FrameComposition& composition) {
     return {solidPicture(W, H, kGreenColor), std::nullopt, std::nullopt, composition};
 }
 
-TEST(FrameRendererCard, PaddingPlacesACentredCard) {
+// The card's look, probed where its edge, corners, stroke and shadow fall. With padding 0.1
+// the card spans x 16...304, y 9...171; a card point is 0.9 of a stage point.
+TEST(FrameRendererCard, PaddingCornersStrokeAndShadowFallWhereTheyShould) {
+    struct Probe {
+        double x;
+        double y;
+        std::array<int, 4> colour;
+        int tolerance;
+    };
+    struct Case {
+        const char* name;
+        double padding;
+        double shadow;
+        std::optional<double> cornerRadius;
+        std::optional<std::pair<double, double>> stroke; // width, opacity
+        std::vector<Probe> probes;
+    };
+    const std::array<int, 4> white{255, 255, 255, 255};
+    const std::vector<Case> cases{
+        {"padded",
+         0.1,
+         0,
+         {},
+         {},
+         {{8, 90, kBlue, 0},
+          {160, 90, kGreen, 0},
+          {160, 4, kBlue, 0},
+          {160, 175, kBlue, 0},
+          {20, 90, kGreen, 25},
+          {15, 90, kBlue, 0}}},
+        {"full stage, square corners",
+         0,
+         0,
+         {},
+         {},
+         {{0, 0, kGreen, 0}, {W - 1, H - 1, kGreen, 0}}},
+        {"radius 20 (18 on the stage)",
+         0.1,
+         0,
+         20,
+         std::pair{0.0, 0.0},
+         {{17, 10, kBlue, 0},
+          {16 + 18, 10, kGreen, 0},
+          {17, 9 + 18, kGreen, 0},
+          {16 + 6, 9 + 6, kGreen, 0}}},
+        {"stroke of 2 (1.8 on the stage)",
+         0.1,
+         0,
+         0,
+         std::pair{2.0, 1.0},
+         {{16.5, 90, white, 2}, {160, 9.5, white, 2}, {20, 90, kGreen, 0}, {14, 90, kBlue, 0}}},
+        {"no stroke", 0.1, 0, 0, std::pair{0.0, 1.0}, {{16.5, 90, kGreen, 0}}},
+        {"shadowed, far from the card", 0.1, 0.5, {}, {}, {{2, 2, kBlue, 12}}},
+    };
     FrameRenderingContext context;
-    const Bitmap frame = renderFrame(greenCard(idleComposition(W, H, 0.1)), context);
-    // paddingScale 0.9: the card spans x 16...304, y 9...171.
-    EXPECT_TRUE(near(at(frame, 8, 90), kBlue, 0));
-    EXPECT_TRUE(near(at(frame, 160, 90), kGreen, 0));
-    EXPECT_TRUE(near(at(frame, 160, 4), kBlue, 0));
-    EXPECT_TRUE(near(at(frame, 160, 175), kBlue, 0));
-    EXPECT_TRUE(near(at(frame, 20, 90), kGreen, 25)); // inside the faint edge stroke
-    EXPECT_TRUE(near(at(frame, 15, 90), kBlue, 0));
-}
-
-TEST(FrameRendererCard, NoPaddingFillsTheStageWithSquareCorners) {
-    FrameRenderingContext context;
-    const Bitmap frame = renderFrame(greenCard(idleComposition(W, H, 0)), context);
-    EXPECT_TRUE(near(at(frame, 0, 0), kGreen, 0));
-    EXPECT_TRUE(near(at(frame, W - 1, H - 1), kGreen, 0));
-    EXPECT_TRUE(near(at(frame, W / 2, H / 2), kGreen, 0));
-}
-
-TEST(FrameRendererCard, CornerRadiusRoundsTheCardCorners) {
-    FrameRenderingContext context;
-    FrameComposition composition = idleComposition(W, H, 0.1);
-    composition.preview.screen.cornerRadius = 20;
-    composition.preview.screen.strokeWidth = 0;
-    const Bitmap frame = renderFrame(greenCard(composition), context);
-    // The card's top-left corner is at (16, 9); radius 20 in card points is 18 on the stage.
-    EXPECT_TRUE(near(at(frame, 17, 10), kBlue, 0));
-    EXPECT_TRUE(near(at(frame, 16 + 18, 10), kGreen, 0));
-    EXPECT_TRUE(near(at(frame, 17, 9 + 18), kGreen, 0));
-    EXPECT_TRUE(near(at(frame, 16 + 6, 9 + 6), kGreen, 0)); // inside the arc
-}
-
-TEST(FrameRendererCard, StrokeIsARingInsideTheEdge) {
-    FrameRenderingContext context;
-    FrameComposition composition = idleComposition(W, H, 0.1);
-    composition.preview.screen.strokeWidth = 2;
-    composition.preview.screen.strokeOpacity = 1;
-    composition.preview.screen.cornerRadius = 0;
-    const Bitmap frame = renderFrame(greenCard(composition), context);
-    // Width 2 in card points is 1.8 on the stage: the first stage pixel inside is white.
-    EXPECT_TRUE(near(at(frame, 16.5, 90), {255, 255, 255, 255}, 2));
-    EXPECT_TRUE(near(at(frame, 160, 9.5), {255, 255, 255, 255}, 2));
-    EXPECT_TRUE(near(at(frame, 20, 90), kGreen, 0));
-    EXPECT_TRUE(near(at(frame, 14, 90), kBlue, 0));
-
-    composition.preview.screen.strokeWidth = 0;
-    const Bitmap none = renderFrame(greenCard(composition), context);
-    EXPECT_TRUE(near(at(none, 16.5, 90), kGreen, 0));
-}
-
-TEST(FrameRendererCard, ShadowFallsBelowTheCard) {
-    FrameRenderingContext context;
-    const FrameComposition composition = idleComposition(W, H, 0.1, 0.5);
-    const Bitmap frame = renderFrame(greenCard(composition), context);
-    const auto below = at(frame, 160, 175);
-    const auto above = at(frame, 160, 4);
-    EXPECT_LT(below[0], 200); // darkened blue
-    EXPECT_LT(below[0], above[0]);
-    EXPECT_TRUE(near(at(frame, 2, 2), kBlue, 12));
-
-    FrameComposition flat = composition;
-    flat.preview.screen.shadowOpacity = 0;
-    const Bitmap unshadowed = renderFrame(greenCard(flat), context);
-    EXPECT_TRUE(near(at(unshadowed, 160, 175), kBlue, 0));
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        FrameComposition composition = idleComposition(W, H, c.padding, c.shadow);
+        if (c.cornerRadius) {
+            composition.preview.screen.cornerRadius = *c.cornerRadius;
+        }
+        if (c.stroke) {
+            composition.preview.screen.strokeWidth = c.stroke->first;
+            composition.preview.screen.strokeOpacity = c.stroke->second;
+        }
+        const Bitmap frame = renderFrame(greenCard(composition), context);
+        for (const Probe& probe : c.probes) {
+            EXPECT_TRUE(near(at(frame, probe.x, probe.y), probe.colour, probe.tolerance))
+                << "at " << probe.x << ", " << probe.y;
+        }
+    }
+    // The shadow darkens the stage below the card, not above it.
+    FrameComposition shadowed = idleComposition(W, H, 0.1, 0.5);
+    const Bitmap frame = renderFrame(greenCard(shadowed), context);
+    EXPECT_LT(at(frame, 160, 175)[0], 200);
+    EXPECT_LT(at(frame, 160, 175)[0], at(frame, 160, 4)[0]);
+    shadowed.preview.screen.shadowOpacity = 0;
+    EXPECT_TRUE(near(at(renderFrame(greenCard(shadowed), context), 160, 175), kBlue, 0));
 }
 
 // A card keeps its size while the zoom moves it, so from the second frame on its shadow is

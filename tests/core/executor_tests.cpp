@@ -1,9 +1,13 @@
+#include "core/blocking_queue.h"
 #include "core/error.h"
 #include "core/executor.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <numeric>
+#include <thread>
 #include <vector>
 
 namespace orvelle {
@@ -69,6 +73,50 @@ TEST(RunLoop, RunStopsWhenAskedFromATask) {
     EXPECT_EQ(count, 1);
     EXPECT_EQ(loop.runFor(std::chrono::milliseconds(0)), 1u); // the task after the stop
     EXPECT_EQ(count, 2);
+}
+
+TEST(BlockingQueue, ClosedQueueGivesOutWhatItHoldsThenNothing) {
+    BlockingQueue<int> queue(2);
+    EXPECT_TRUE(queue.put(1));
+    EXPECT_TRUE(queue.put(2));
+    std::thread producer([&] { EXPECT_FALSE(queue.put(3)) << "dropped: closed while waiting"; });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    queue.close();
+    producer.join();
+    EXPECT_EQ(queue.take(), 1);
+    EXPECT_EQ(queue.take(), 2);
+    EXPECT_EQ(queue.take(), std::nullopt);
+    EXPECT_EQ(queue.take(), std::nullopt) << "every later taker wakes too";
+}
+
+TEST(BlockingQueue, OneProducerAndSeveralConsumersSeeEveryItemOnce) {
+    BlockingQueue<int> queue(3);
+    std::vector<std::vector<int>> seen(3);
+    std::vector<std::thread> consumers;
+    consumers.reserve(seen.size());
+    for (auto& mine : seen) {
+        consumers.emplace_back([&queue, &mine] {
+            while (const auto item = queue.take()) {
+                mine.push_back(*item);
+            }
+        });
+    }
+    for (int i = 0; i < 500; ++i) {
+        queue.put(i);
+    }
+    queue.close();
+    for (auto& consumer : consumers) {
+        consumer.join();
+    }
+    std::vector<int> all;
+    for (const auto& mine : seen) {
+        EXPECT_TRUE(std::is_sorted(mine.begin(), mine.end()));
+        all.insert(all.end(), mine.begin(), mine.end());
+    }
+    std::sort(all.begin(), all.end());
+    std::vector<int> expected(500);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(all, expected);
 }
 
 } // namespace

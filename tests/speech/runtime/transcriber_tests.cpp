@@ -1,4 +1,3 @@
-#include "core/blocking_queue.h"
 #include "platform/media/audio_decoder.h"
 #include "speech/runtime/audio_loader.h"
 #include "speech/runtime/parakeet_error.h"
@@ -239,50 +238,6 @@ TEST(AudioLoader, FailuresNameTheFile) {
                   AudioLoader::loadMono16k(folder / "notes.m4a");
               }).rfind("Failed to load audio at " + (folder / "notes.m4a").string() + ": ", 0),
               0u);
-}
-
-TEST(BlockingQueue, ClosedQueueGivesOutWhatItHoldsThenNothing) {
-    BlockingQueue<int> queue(2);
-    EXPECT_TRUE(queue.put(1));
-    EXPECT_TRUE(queue.put(2));
-    std::thread producer([&] { EXPECT_FALSE(queue.put(3)) << "dropped: closed while waiting"; });
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    queue.close();
-    producer.join();
-    EXPECT_EQ(queue.take(), 1);
-    EXPECT_EQ(queue.take(), 2);
-    EXPECT_EQ(queue.take(), std::nullopt);
-    EXPECT_EQ(queue.take(), std::nullopt) << "every later taker wakes too";
-}
-
-TEST(BlockingQueue, OneProducerAndSeveralConsumersSeeEveryItemOnce) {
-    BlockingQueue<int> queue(3);
-    std::vector<std::vector<int>> seen(3);
-    std::vector<std::thread> consumers;
-    consumers.reserve(seen.size());
-    for (auto& mine : seen) {
-        consumers.emplace_back([&queue, &mine] {
-            while (const auto item = queue.take()) {
-                mine.push_back(*item);
-            }
-        });
-    }
-    for (int i = 0; i < 500; ++i) {
-        queue.put(i);
-    }
-    queue.close();
-    for (auto& consumer : consumers) {
-        consumer.join();
-    }
-    std::vector<int> all;
-    for (const auto& mine : seen) {
-        EXPECT_TRUE(std::is_sorted(mine.begin(), mine.end()));
-        all.insert(all.end(), mine.begin(), mine.end());
-    }
-    std::sort(all.begin(), all.end());
-    std::vector<int> expected(500);
-    std::iota(expected.begin(), expected.end(), 0);
-    EXPECT_EQ(all, expected);
 }
 
 } // namespace

@@ -77,36 +77,25 @@ TEST(TranscriptAnalysisJson, MissingKeysReadAsDefaultsButTimesAreRequired) {
     }
 }
 
-TEST(TranscriptAnalysis, RealtimeFactorIsZeroWithoutInferenceTime) {
-    EXPECT_EQ(realtimeFactor(10, 0), 0);
-    EXPECT_EQ(realtimeFactor(10, -1), 0);
-    EXPECT_DOUBLE_EQ(realtimeFactor(10, 4), 2.5);
-}
-
-TEST(TranscriptOutputWriter, NamesSidecarsAfterTheInputWithoutItsExtension) {
+// The sidecars are named after the input without its extension; the text is trimmed, the
+// JSON sorted, their folders made; a folder that cannot be made is a file error that
+// leaves what stands there.
+TEST(TranscriptOutputWriter, WritesTrimmedTextAndSortedJsonBesideTheInput) {
     EXPECT_EQ(TranscriptOutputWriter::defaultTextOutputURL("/a/take.one.mov"),
               "/a/take.one.transcript.txt");
-    EXPECT_EQ(TranscriptOutputWriter::defaultJSONOutputURL("/a/take.one.mov"),
-              "/a/take.one.transcript.json");
     EXPECT_EQ(TranscriptOutputWriter::defaultJSONOutputURL("/a/take"), "/a/take.transcript.json");
-}
 
-TEST(TranscriptOutputWriter, WritesTrimmedTextAndSortedJsonCreatingTheFolder) {
     TemporaryDirectory folder;
     const auto text = folder / "new" / "deeper" / "take.transcript.txt";
     TranscriptOutputWriter::writePlainText("\n  Hello world \u00A0\n\n", text);
     EXPECT_EQ(readFile(text), "Hello world\n");
-
     const auto json = folder / "other" / "take.transcript.json";
     TranscriptOutputWriter::writeJSON(sampleAnalysis(), json);
     const std::string written = readFile(json);
     EXPECT_LT(written.find("\"source\""), written.find("\"text\""));
     EXPECT_LT(written.find("\"text\""), written.find("\"tokens\""));
     EXPECT_EQ(decodeJson<TranscriptAnalysis>(parseJson(written)), sampleAnalysis());
-}
 
-TEST(TranscriptOutputWriter, AFolderThatCannotBeMadeIsAFileError) {
-    TemporaryDirectory folder;
     writeTextFile(folder / "occupied", "a file where the folder should go");
     EXPECT_THROW(TranscriptOutputWriter::writePlainText("text", folder / "occupied" / "t.txt"),
                  FileError);
@@ -114,6 +103,7 @@ TEST(TranscriptOutputWriter, AFolderThatCannotBeMadeIsAFileError) {
         TranscriptOutputWriter::writeJSON(sampleAnalysis(), folder / "occupied" / "t.json"),
         FileError);
     EXPECT_EQ(readFile(folder / "occupied"), "a file where the folder should go");
+    EXPECT_EQ(realtimeFactor(10, 0), 0) << "no inference time, no factor";
 }
 
 TEST(EditorTranscript, BreaksAreKeptInNormalForm) {
