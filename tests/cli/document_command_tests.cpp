@@ -48,8 +48,13 @@ protected:
     std::map<std::string, std::string> environment_{{"XDG_DATA_HOME", (folder_ / "data").string()}};
 };
 
-TEST_F(DocumentCommand, ATakeOpensWithItsManifestAndAFreshProject) {
+// How a document opens (bare movies, broken manifests, the remembered look) is the editor
+// document's; here, what the command prints and where it finds the remembered look.
+TEST_F(DocumentCommand, ATakeOpensWithItsManifestAndTheLookOfTheLastEdit) {
     const TakeManifest manifest = writeTake();
+    LastEditorSettings look;
+    look.cursor.style = CursorStyle::obsidian;
+    LastEditorSettingsStore(folder_ / "data" / "Orvelle" / "last-editor-settings.json").save(look);
     const Json json = document(movie_);
 
     std::set<std::string> keys;
@@ -68,59 +73,25 @@ TEST_F(DocumentCommand, ATakeOpensWithItsManifestAndAFreshProject) {
     // The microphone runs longer than the screen and does not lengthen the take.
     EXPECT_EQ(json["duration"], 0.5);
     EXPECT_EQ(decodeJson<TakeManifest>(json["manifest"]), manifest);
-
     const auto project = decodeJson<EditorProjectState>(json["project"]);
     EXPECT_EQ(project.manifest, manifest);
     EXPECT_EQ(project.timeline, TimelineState::defaultState());
-    EXPECT_EQ(project.cursor, CursorSettings{});
+    EXPECT_EQ(project.cursor.style, CursorStyle::obsidian);
+
+    // The take's manifest stands for the movie beside it.
+    EXPECT_EQ(document(folder_ / "Demo Take.take.json")["documentURL"], fileURLString(movie_));
 }
 
-TEST_F(DocumentCommand, ATakeManifestStandsForTheMovieBesideIt) {
-    writeTake();
-    const Json json = document(folder_ / "Demo Take.take.json");
-    EXPECT_EQ(json["documentURL"], fileURLString(movie_));
-    EXPECT_EQ(json["manifest"]["segments"].size(), 4u); // screen, its twin, microphone, cursor
-}
-
-TEST_F(DocumentCommand, ABareMovieOpensAsASingleScreenTake) {
-    const Json json = document(movie_);
-    ASSERT_EQ(json["manifest"]["segments"].size(), 1u);
-    EXPECT_EQ(json["manifest"]["segments"][0]["id"], "screen-segment1");
-    EXPECT_EQ(json["manifest"]["segments"][0]["url"], fileURLString(movie_));
-    EXPECT_EQ(json["duration"], 0.0);
-}
-
-TEST_F(DocumentCommand, ABrokenManifestOpensTheMovieAlone) {
-    writeTake();
-    testing::writeTextFile(folder_ / "Demo Take.take.json", "{\"version\": 2, \"tracks\": [");
-    const Json json = document(movie_);
-    EXPECT_EQ(json["manifest"]["segments"].size(), 1u);
-}
-
-TEST_F(DocumentCommand, ANewTakeStartsWithTheLookOfTheLastEdit) {
-    writeTake();
-    LastEditorSettings look;
-    look.cursor.style = CursorStyle::obsidian;
-    look.background.wallpaper = WallpaperPreset(WallpaperCategory::green, 3);
-    LastEditorSettingsStore(folder_ / "data" / "Orvelle" / "last-editor-settings.json").save(look);
-    const Json json = document(movie_);
-    EXPECT_EQ(json["project"]["cursor"]["style"], "obsidian");
-    EXPECT_EQ(json["project"]["background"]["wallpaper"], "Green/green-3");
-}
-
-TEST_F(DocumentCommand, TextOutputNamesTheTitleAndSegments) {
+TEST_F(DocumentCommand, TextOutputNamesTheTitleAndSegmentsAndUsageSaysWhatIsMissing) {
     writeTake();
     const auto result =
         testing::runProgram(testing::orvelleBinary(), {"document", movie_.string()}, environment_);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_NE(result.out.find("Demo Take (not saved)"), std::string::npos) << result.out;
     EXPECT_NE(result.out.find("microphone-segment1"), std::string::npos) << result.out;
-}
-
-TEST(DocumentCommandUsage, WithoutAPathItSaysWhatIsMissing) {
-    const auto result = testing::runProgram(testing::orvelleBinary(), {"document", "--json"});
-    EXPECT_EQ(result.status, 2);
-    EXPECT_NE(result.err.find("Missing the file to open"), std::string::npos) << result.err;
+    const auto usage = testing::runProgram(testing::orvelleBinary(), {"document", "--json"});
+    EXPECT_EQ(usage.status, 2);
+    EXPECT_NE(usage.err.find("Missing the file to open"), std::string::npos) << usage.err;
 }
 
 } // namespace

@@ -120,32 +120,6 @@ TEST_F(ExportCommand, AFrameOfTheMovieIsTheStillOfThatInstant) {
     EXPECT_LT(difference / (frame.width * frame.height * 3), 4.0);
 }
 
-TEST_F(ExportCommand, WritesProResIntoAMov) {
-    const auto take = testing::writeTinyTake(folder / "take", {.seconds = 1});
-    const auto output = folder / "movie.mov";
-    ASSERT_EQ(
-        run({take.manifestURL.string(), "-o", output.string(), "--size", "320x180", "--fps", "25"})
-            .status,
-        0);
-    const MediaProbe probe = probeMediaFile(output);
-    ASSERT_NE(probe.firstVideo(), nullptr);
-    EXPECT_EQ(probe.firstVideo()->codecName, "prores");
-    EXPECT_NEAR(*probe.firstVideo()->nominalFrameRate, 25, 0.01);
-    ASSERT_NE(probe.firstAudio(), nullptr);
-}
-
-TEST_F(ExportCommand, ATakeWithoutSoundGivesAMovieWithOneStream) {
-    // No microphone, and no clicks to sound.
-    const auto take = testing::writeTinyTake(folder / "take",
-                                             {.seconds = 1, .withMicrophone = false, .clicks = {}});
-    const auto output = folder / "movie.mp4";
-    ASSERT_EQ(run({take.manifestURL.string(), "-o", output.string(), "--size", "320x180"}).status,
-              0);
-    const MediaProbe probe = probeMediaFile(output);
-    EXPECT_EQ(probe.videoStreams.size(), 1u);
-    EXPECT_TRUE(probe.audioStreams.empty());
-}
-
 TEST_F(ExportCommand, DryRunPrintsTheSettingsAndWritesNothing) {
     const auto take = testing::writeTinyTake(folder / "take", {.seconds = 1});
     const auto output = folder / "movie.mp4";

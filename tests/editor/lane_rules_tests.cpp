@@ -31,28 +31,24 @@ TEST(LaneGaps, AreTheFreeStretchesAtLeastTheMinimumLong) {
     EXPECT_EQ(gaps[1], (EditTimeRange{EditTime(6), EditTime(9)}));
 }
 
-TEST(PlacingALaneClip, FindsNoRoomOnAFullLane) {
-    EXPECT_EQ(placed(1, 3, {range(0, 5), range(5, 10)}, 10), std::nullopt);
-    EXPECT_EQ(placed(1, 3, {}, 0), std::nullopt);
-}
-
-TEST(PlacingALaneClip, StartingInsideAClipLandsAfterItShortenedToTheGap) {
-    // Starts inside [0, 5]: moved to 5, and the gap [5, 7] takes only two of its three seconds.
-    EXPECT_EQ(placed(4, 7, {range(0, 5), range(7, 10)}, 10), Placed({5, 7}));
-}
-
-TEST(PlacingALaneClip, GoesToTheNearestGapAndTheEarlierOneOnATie) {
+TEST(PlacingALaneClip, GoesToTheNearestRoomCutToFit) {
     const std::vector<LaneClipRange> lane = {range(0, 2), range(4, 6), range(8, 10)};
-    // Centre 5: both gaps [2, 4] and [6, 8] are one second away; the clip is cut to fit.
-    EXPECT_EQ(placed(3.5, 6.5, lane, 10), Placed({2, 4}));
-    // Centre 5.5: the later gap is nearer.
-    EXPECT_EQ(placed(3.9, 7.1, lane, 10), Placed({6, 8}));
-}
-
-TEST(PlacingALaneClip, GivesAClipWithoutLengthTheMinimum) {
-    EXPECT_EQ(placed(3, 3, {}, 10, 0.5), Placed({3, 3.5}));
-    // Never past the end of the timeline.
-    EXPECT_EQ(placed(9, 12, {}, 10), Placed({7, 10}));
+    const std::vector<std::tuple<double, double, std::vector<LaneClipRange>, double, Placed>> table{
+        // A full lane, or no timeline, has no room.
+        {1, 3, {range(0, 5), range(5, 10)}, 10, std::nullopt},
+        {1, 3, {}, 0, std::nullopt},
+        // Starting inside [0, 5]: moved to 5, and the gap [5, 7] takes two of its three seconds.
+        {4, 7, {range(0, 5), range(7, 10)}, 10, Placed({5, 7})},
+        // Centre 5: the gaps [2, 4] and [6, 8] are one second away; the earlier wins.
+        {3.5, 6.5, lane, 10, Placed({2, 4})},
+        // Centre 5.5: the later gap is nearer.
+        {3.9, 7.1, lane, 10, Placed({6, 8})},
+        // A clip without length gets the minimum; never past the end of the timeline.
+        {3, 3, {}, 10, Placed({3, 3.5})},
+        {9, 12, {}, 10, Placed({7, 10})}};
+    for (const auto& [start, end, among, duration, expected] : table) {
+        EXPECT_EQ(placed(start, end, among, duration), expected) << start << "-" << end;
+    }
 }
 
 TEST(NonOverlappingBounds, DecideSidesByCentres) {
@@ -63,14 +59,6 @@ TEST(NonOverlappingBounds, DecideSidesByCentres) {
     EXPECT_EQ(bounds, (EditTimeRange{EditTime(4.5), EditTime(8)}));
     EXPECT_EQ(TimelineLanePolicy::nonOverlappingBounds(clip, {clip}, 20),
               (EditTimeRange{EditTime(0), EditTime(20)}));
-}
-
-TEST(RangeClipEditLabels, NameTheFamilyAndEdge) {
-    EXPECT_EQ(rangeClipEditLabel("Zoom", AnimationClipMove{}), "Move Zoom");
-    EXPECT_EQ(rangeClipEditLabel("Camera Layout", AnimationClipResize{TimelineTrimEdge::start}),
-              "Trim Camera Layout Start");
-    EXPECT_EQ(rangeClipEditLabel("Text", AnimationClipResize{TimelineTrimEdge::end}),
-              "Trim Text End");
 }
 
 std::vector<TimelineRipple::Follower> followersAt(std::initializer_list<double> starts,

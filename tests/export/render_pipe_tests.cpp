@@ -214,8 +214,6 @@ TEST_F(RenderPipeTest, ProResMovieAtTheRenderSize) {
     EXPECT_EQ(compositor.frames.size(), 60u);
 }
 
-// Every way an export can stop early leaves no file behind, and the old file at the
-// destination is gone too, since the export replaces it.
 // A stop drops the frames still waiting to be drawn, and the movie that was at the
 // destination stands, with no partial file beside it.
 TEST_F(RenderPipeTest, CancellationAtAnyPointLeavesTheOldMovie) {
@@ -425,26 +423,6 @@ TEST(RenderExportCodec, AMovIsProResWhateverTheQuality) {
     EXPECT_FALSE(mp4.audio);
     EXPECT_EQ(best.audio->bitRate, 192'000);
     EXPECT_EQ(best.audio->output, (AudioFormat{48000, 2}));
-}
-
-TEST(RenderExportError, TextsOfEveryCase) {
-    const std::vector<std::pair<RenderExportErrorCode, std::string>> fixed{
-        {RenderExportErrorCode::missingVideoTrack,
-         "The source movie does not contain a video track."},
-        {RenderExportErrorCode::emptyTimeline, "The timeline does not contain any visible clips."},
-        {RenderExportErrorCode::cannotAddWriterInput, "Could not configure the movie writer."},
-        {RenderExportErrorCode::cannotCreateComposition,
-         "Could not assemble the export composition."},
-    };
-    for (const auto& [code, text] : fixed) {
-        EXPECT_EQ(RenderExportError(code).what(), text);
-        EXPECT_EQ(RenderExportError(code).code(), code);
-    }
-    for (const auto code :
-         {RenderExportErrorCode::invalidOutputURL, RenderExportErrorCode::frameGenerationFailed,
-          RenderExportErrorCode::writerFailed}) {
-        EXPECT_STREQ(RenderExportError(code, "their own words").what(), "their own words");
-    }
 }
 
 class ValidateOutput : public ::testing::Test {

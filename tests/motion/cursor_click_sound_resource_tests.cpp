@@ -11,30 +11,23 @@ namespace {
 using testing::TemporaryDirectory;
 using testing::writeTextFile;
 
-TEST(CursorClickSoundResource, TheExactNameInTheFirstFolderThatHasIt) {
+// The exact name in the first folder that has it; otherwise the first audio file named like
+// a click; otherwise none.
+TEST(CursorClickSoundResource, TheExactNameFirstThenAnAudioFileNamedLikeAClick) {
     TemporaryDirectory resources;
+    writeTextFile(resources / "Sounds" / "chime.wav", "");
+    writeTextFile(resources / "notes" / "click.txt", "");
+    EXPECT_FALSE(CursorClickSoundResource::url(resources.path()));
+    EXPECT_FALSE(CursorClickSoundResource::url(resources / "missing"));
+    writeTextFile(resources / "b" / "Mouse-Click.m4a", "");
+    writeTextFile(resources / "a" / "soft_click.aiff", "");
+    EXPECT_EQ(CursorClickSoundResource::url(resources.path()), resources / "a" / "soft_click.aiff");
     writeTextFile(resources / "MouseAudio" / "click.wav", "c");
     writeTextFile(resources / "Sounds" / "click.wav", "b");
     EXPECT_EQ(CursorClickSoundResource::url(resources.path()), resources / "Sounds" / "click.wav");
     writeTextFile(resources / "MouseClicks" / "click.wav", "a");
     EXPECT_EQ(CursorClickSoundResource::url(resources.path()),
               resources / "MouseClicks" / "click.wav");
-}
-
-TEST(CursorClickSoundResource, OtherwiseTheFirstAudioFileNamedLikeAClick) {
-    TemporaryDirectory resources;
-    writeTextFile(resources / "Sounds" / "chime.wav", "");
-    writeTextFile(resources / "notes" / "click.txt", "");
-    writeTextFile(resources / "b" / "Mouse-Click.m4a", "");
-    writeTextFile(resources / "a" / "soft_click.aiff", "");
-    EXPECT_EQ(CursorClickSoundResource::url(resources.path()), resources / "a" / "soft_click.aiff");
-}
-
-TEST(CursorClickSoundResource, AbsentWithoutOne) {
-    TemporaryDirectory resources;
-    writeTextFile(resources / "Sounds" / "chime.wav", "");
-    EXPECT_FALSE(CursorClickSoundResource::url(resources.path()));
-    EXPECT_FALSE(CursorClickSoundResource::url(resources / "missing"));
 }
 
 } // namespace

@@ -43,7 +43,7 @@ void expectSpans(const std::vector<Span>& actual, const std::vector<Span>& expec
     }
 }
 
-TEST(MovementTimes, CountTravelAgainstTheOldestSampleOfTheWindow) {
+TEST(MovementTimes, CountTravelInTheLookBackAndNeverAcrossAHiddenStretch) {
     // Each step is below the distance, but the window adds them up.
     std::vector<CursorSample> samples;
     for (int i = 0; i < 30; ++i) {
@@ -53,38 +53,27 @@ TEST(MovementTimes, CountTravelAgainstTheOldestSampleOfTheWindow) {
     ASSERT_FALSE(times.empty());
     // 0.012 of travel is reached at the sixth step from the first sample.
     EXPECT_NEAR(times.front(), 0.12, 1e-9);
-}
-
-TEST(MovementTimes, NeverMeasureAcrossAHiddenStretch) {
     // The hidden stretch outlasts the look-back, so the anchor runs up to the sample that
     // reappears and nothing is measured against the position before it.
-    const std::vector<CursorSample> samples = {at(0, 0.1), at(0.1, 0.9, 0.5, false),
-                                               at(0.4, 0.9, 0.5, false), at(0.45, 0.9)};
-    EXPECT_TRUE(ZoomActivityPlanner::movementTimes(samples).empty());
-}
-
-TEST(MovementTimes, APointerHiddenForTheWholeWindowMakesNone) {
-    std::vector<CursorSample> samples;
+    EXPECT_TRUE(ZoomActivityPlanner::movementTimes(
+                    {at(0, 0.1), at(0.1, 0.9, 0.5, false), at(0.4, 0.9, 0.5, false), at(0.45, 0.9)})
+                    .empty());
+    // A pointer hidden for the whole window makes none.
+    std::vector<CursorSample> hidden;
     for (int i = 0; i < 60; ++i) {
-        samples.push_back(at(i / 60.0, i * 0.05, 0.5, false));
+        hidden.push_back(at(i / 60.0, i * 0.05, 0.5, false));
     }
-    EXPECT_TRUE(ZoomActivityPlanner::movementTimes(samples).empty());
-}
-
-TEST(MovementTimes, ForgetMovementOlderThanTheLookBack) {
-    const std::vector<CursorSample> samples = {at(0, 0.1), at(0.5, 0.5), at(0.6, 0.5)};
+    EXPECT_TRUE(ZoomActivityPlanner::movementTimes(hidden).empty());
     // At 0.5 the anchor runs past 0 (older than 0.2) up to the sample itself.
-    EXPECT_TRUE(ZoomActivityPlanner::movementTimes(samples).empty());
+    EXPECT_TRUE(
+        ZoomActivityPlanner::movementTimes({at(0, 0.1), at(0.5, 0.5), at(0.6, 0.5)}).empty());
 }
 
-TEST(Bursts, JoinEventsUpToThreeSecondsApart) {
+TEST(Bursts, JoinEventsUpToThreeSecondsApartAndKeepOnlyLastingMovement) {
     const auto joined = ZoomActivityPlanner::bursts({}, {5.0, 8.0});
     EXPECT_EQ(joined, (std::vector<Burst>{{5.0, 8.0, true}}));
     const auto apart = ZoomActivityPlanner::bursts({}, {5.0, 8.01});
     EXPECT_EQ(apart.size(), 2u);
-}
-
-TEST(Bursts, KeepMovementOnlyWhenItLastsLongEnough) {
     EXPECT_EQ(ZoomActivityPlanner::bursts({2.0, 2.1, 2.2}, {}).size(), 1u);
     EXPECT_TRUE(ZoomActivityPlanner::bursts({2.0, 2.1, 2.199}, {}).empty());
     EXPECT_TRUE(ZoomActivityPlanner::bursts({1.0}, {}).empty());
@@ -92,18 +81,19 @@ TEST(Bursts, KeepMovementOnlyWhenItLastsLongEnough) {
     EXPECT_EQ(ZoomActivityPlanner::bursts({1.0}, {1.0}), (std::vector<Burst>{{1.0, 1.0, true}}));
 }
 
-TEST(Spans, AreWidenedAboutTheirMiddleBeforeClamping) {
+TEST(Spans, AreWidenedClampedSortedAndJoinedWhenClose) {
     const std::vector<CursorSample> none;
     expectSpans(ZoomActivityPlanner::spans(none, clicksAt({5.0}), 60), {{4.3, 6.3}});
     expectSpans(ZoomActivityPlanner::spans(none, clicksAt({0.1}), 60), {{0, 1.4}});
-}
-
-TEST(Spans, CloserThanTheMergeGapAreJoined) {
-    const std::vector<CursorSample> none;
     // Two bursts (3.01 s apart) give 4.3-6.3 and 7.31-9.31, 1.01 s apart: one span.
     expectSpans(ZoomActivityPlanner::spans(none, clicksAt({5.0, 8.01}), 60), {{4.3, 9.31}});
     expectSpans(ZoomActivityPlanner::spans(none, clicksAt({5.0, 15.0}), 60),
                 {{4.3, 6.3}, {14.3, 16.3}});
+    expectSpans(ZoomActivityPlanner::spans(none, clicksAt({10.0}), 10), {{9.3, 10}});
+    EXPECT_TRUE(ZoomActivityPlanner::spans(none, clicksAt({10.01, -1}), 10).empty());
+    EXPECT_TRUE(ZoomActivityPlanner::spans(none, clicksAt({5}), 0).empty());
+    expectSpans(ZoomActivityPlanner::spans(none, clicksAt({30, 5}), 60),
+                {{4.3, 6.3}, {29.3, 31.3}});
 }
 
 // Pointer samples that count as movement at each of the given times (and nowhere else).
@@ -128,19 +118,6 @@ TEST(Spans, ExactlyTheMergeGapApartStaySeparate) {
     // A hair closer and they join.
     expectSpans(ZoomActivityPlanner::spans(movementAt({1.0, 1.9, 2.81, 6.1, 7.1, 8.1}), {}, 60),
                 {{0.4, 9.3}});
-}
-
-TEST(Spans, KeepAClickExactlyAtTheEndAndDropEventsOutside) {
-    const std::vector<CursorSample> none;
-    expectSpans(ZoomActivityPlanner::spans(none, clicksAt({10.0}), 10), {{9.3, 10}});
-    EXPECT_TRUE(ZoomActivityPlanner::spans(none, clicksAt({10.01, -1}), 10).empty());
-    EXPECT_TRUE(ZoomActivityPlanner::spans(none, clicksAt({5}), 0).empty());
-}
-
-TEST(Spans, SortUnsortedClicks) {
-    const std::vector<CursorSample> none;
-    expectSpans(ZoomActivityPlanner::spans(none, clicksAt({30, 5}), 60),
-                {{4.3, 6.3}, {29.3, 31.3}});
 }
 
 TEST(DefaultAnimationClips, WithoutPointerDataZoomAllButHeadAndTail) {

@@ -25,209 +25,138 @@ MaskClip maskClip(double start, double end) {
     return clip;
 }
 
-struct NormaliseCase {
-    MaskRect input;
-    MaskRect expected;
-};
-
-class MaskRectNormalising : public ::testing::TestWithParam<NormaliseCase> {};
-
-TEST_P(MaskRectNormalising, KeepsTheRectangleOnTheStage) {
-    expectRect(GetParam().input.normalized(), GetParam().expected);
-}
-
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-INSTANTIATE_TEST_SUITE_P(
-    Rectangles, MaskRectNormalising,
-    ::testing::Values(NormaliseCase{{0.5, 0, 2, 0.5}, {0, 0, 1, 0.5}},
-                      NormaliseCase{{0.9, -0.1, 0.3, 0.005}, {0.7, 0, 0.3, 0.01}},
-                      NormaliseCase{{kNaN, 0.2, kNaN, 0.3}, {0, 0.2, 0.01, 0.3}},
-                      NormaliseCase{{0.1, 0.2, 0.3, 0.4}, {0.1, 0.2, 0.3, 0.4}},
-                      NormaliseCase{{0.995, 0.999, -1, -1}, {0.99, 0.99, 0.01, 0.01}}));
-
-TEST(MaskRectOffset, SlidesAlongAnEdgeKeepingItsSize) {
+// Every way of making a rectangle keeps it on the stage, at least 0.01 on a side.
+TEST(MaskRect, EveryEditKeepsTheRectangleOnTheStage) {
+    for (const auto& [input, expected] : std::vector<std::pair<MaskRect, MaskRect>>{
+             {{0.5, 0, 2, 0.5}, {0, 0, 1, 0.5}},
+             {{0.9, -0.1, 0.3, 0.005}, {0.7, 0, 0.3, 0.01}},
+             {{kNaN, 0.2, kNaN, 0.3}, {0, 0.2, 0.01, 0.3}},
+             {{0.1, 0.2, 0.3, 0.4}, {0.1, 0.2, 0.3, 0.4}},
+             {{0.995, 0.999, -1, -1}, {0.99, 0.99, 0.01, 0.01}}}) {
+        expectRect(input.normalized(), expected);
+    }
+    // An offset slides along an edge keeping the size.
     const MaskRect rect{0.6, 0.2, 0.3, 0.3};
     expectRect(rect.offsetBy(0.05, 0.1), {0.65, 0.3, 0.3, 0.3});
     expectRect(rect.offsetBy(0.3, -0.5), {0.7, 0, 0.3, 0.3});
     expectRect(rect.offsetBy(-1, 2), {0, 0.7, 0.3, 0.3});
-}
-
-struct ResizeCase {
-    MaskResizeHandle handle;
-    MaskPoint to;
-    bool fromCenter;
-    MaskRect expected;
-};
-
-class MaskRectResizing : public ::testing::TestWithParam<ResizeCase> {};
-
-// From a rectangle with edges at 0.2 and 0.6 on both axes, centre 0.4.
-TEST_P(MaskRectResizing, MovesTheHandlesEdges) {
-    const MaskRect rect{0.2, 0.2, 0.4, 0.4};
-    const auto& param = GetParam();
-    expectRect(rect.resized(param.handle, param.to, param.fromCenter), param.expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Handles, MaskRectResizing,
-    ::testing::Values(
-        ResizeCase{MaskResizeHandle::bottomRight, {0.8, 0.9}, false, {0.2, 0.2, 0.6, 0.7}},
-        ResizeCase{MaskResizeHandle::topLeft, {0.7, 0.1}, false, {0.59, 0.1, 0.01, 0.5}},
-        ResizeCase{MaskResizeHandle::left, {-0.5, 0.9}, false, {0, 0.2, 0.6, 0.4}},
-        ResizeCase{MaskResizeHandle::top, {0.9, 0.05}, false, {0.2, 0.05, 0.4, 0.55}},
-        ResizeCase{MaskResizeHandle::bottom, {0.0, 0.1}, false, {0.2, 0.2, 0.4, 0.01}},
-        ResizeCase{MaskResizeHandle::right, {1.4, 0.5}, false, {0.2, 0.2, 0.8, 0.4}},
-        ResizeCase{MaskResizeHandle::right, {0.5, 0.9}, true, {0.3, 0.2, 0.2, 0.4}},
-        ResizeCase{MaskResizeHandle::right, {0.95, 0.9}, true, {0, 0.2, 0.8, 0.4}},
-        ResizeCase{MaskResizeHandle::left, {0.4, 0.9}, true, {0.395, 0.2, 0.01, 0.4}},
-        ResizeCase{MaskResizeHandle::bottomRight, {0.5, 0.7}, true, {0.3, 0.1, 0.2, 0.6}},
-        ResizeCase{MaskResizeHandle::top, {0.0, 0.3}, true, {0.2, 0.3, 0.4, 0.2}}));
-
-TEST(MaskRectFromCorners, TakesTheSpanOfTwoPoints) {
     expectRect(MaskRect::fromCorners({0.7, 0.2}, {0.3, 0.6}), {0.3, 0.2, 0.4, 0.4});
     expectRect(MaskRect::fromCorners({0.5, 0.5}, {0.5, 0.5}), {0.5, 0.5, 0.01, 0.01});
     expectRect(MaskRect::fromCorners({0.995, 0.2}, {0.999, 0.3}), {0.99, 0.2, 0.01, 0.1});
-}
-
-TEST(MaskRectLerp, InterpolatesEachComponent) {
     const MaskRect a{0, 0, 0.2, 0.2};
     const MaskRect b{0.6, 0.4, 0.4, 0.6};
     expectRect(MaskRect::lerp(a, b, 0.5), {0.3, 0.2, 0.3, 0.4});
-    expectRect(MaskRect::lerp(a, b, 0), a);
-    expectRect(MaskRect::lerp(a, b, 1), b);
     expectRect(MaskRect::lerp(a, b, 2), {0.4, 0, 0.6, 1.0}); // past b, normalised
 }
 
-struct OpacityCase {
-    double start;
-    double end;
-    bool fadesIn;
-    bool fadesOut;
-    double time;
-    bool suppressIn;
-    bool suppressOut;
-    double expected;
-};
-
-class MaskEffectiveOpacity : public ::testing::TestWithParam<OpacityCase> {};
-
-TEST_P(MaskEffectiveOpacity, FadesAtBothEnds) {
-    const auto& param = GetParam();
-    MaskClip clip = maskClip(param.start, param.end);
-    clip.fadesIn = param.fadesIn;
-    clip.fadesOut = param.fadesOut;
-    EXPECT_NEAR(clip.effectiveOpacity(EditTime(param.time), param.suppressIn, param.suppressOut),
-                param.expected, 1e-9);
+// A handle moves its edges of a rectangle with edges at 0.2 and 0.6 on both axes (centre
+// 0.4); from the centre, the opposite edges move too.
+TEST(MaskRect, ResizingMovesTheHandlesEdges) {
+    using H = MaskResizeHandle;
+    const std::vector<std::tuple<H, MaskPoint, bool, MaskRect>> table{
+        {H::bottomRight, {0.8, 0.9}, false, {0.2, 0.2, 0.6, 0.7}},
+        {H::topLeft, {0.7, 0.1}, false, {0.59, 0.1, 0.01, 0.5}},
+        {H::left, {-0.5, 0.9}, false, {0, 0.2, 0.6, 0.4}},
+        {H::top, {0.9, 0.05}, false, {0.2, 0.05, 0.4, 0.55}},
+        {H::bottom, {0.0, 0.1}, false, {0.2, 0.2, 0.4, 0.01}},
+        {H::right, {1.4, 0.5}, false, {0.2, 0.2, 0.8, 0.4}},
+        {H::right, {0.5, 0.9}, true, {0.3, 0.2, 0.2, 0.4}},
+        {H::right, {0.95, 0.9}, true, {0, 0.2, 0.8, 0.4}},
+        {H::left, {0.4, 0.9}, true, {0.395, 0.2, 0.01, 0.4}},
+        {H::bottomRight, {0.5, 0.7}, true, {0.3, 0.1, 0.2, 0.6}},
+        {H::top, {0.0, 0.3}, true, {0.2, 0.3, 0.4, 0.2}}};
+    for (const auto& [handle, to, fromCenter, expected] : table) {
+        SCOPED_TRACE(static_cast<int>(handle));
+        expectRect(MaskRect{0.2, 0.2, 0.4, 0.4}.resized(handle, to, fromCenter), expected);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Clips, MaskEffectiveOpacity,
-                         ::testing::Values(
-                             // A 0.4 s clip fades over 0.2 s.
-                             OpacityCase{0, 0.4, true, true, 0.1, false, false, 0.36},
-                             OpacityCase{0, 0.4, true, true, 0.2, false, false, 0.72},
-                             OpacityCase{0, 0.4, true, true, 0.3, false, false, 0.36},
-                             // A long clip fades over 0.35 s.
-                             OpacityCase{1, 5, true, true, 1.175, false, false, 0.36},
-                             OpacityCase{1, 5, true, true, 3, false, false, 0.72},
-                             // One flag set: the clip still fades at both ends.
-                             OpacityCase{0, 2, true, false, 1.93, false, false, 0.72 * 0.2},
-                             OpacityCase{0, 2, false, true, 0.07, false, false, 0.72 * 0.2},
-                             OpacityCase{0, 2, false, false, 0.0, false, false, 0.72},
-                             // A neighbour continuing the mask holds that side steady.
-                             OpacityCase{0, 2, true, true, 0.0, true, false, 0.72},
-                             OpacityCase{0, 2, true, true, 2.0, false, true, 0.72},
-                             OpacityCase{0, 2, true, true, 0.07, true, true, 0.72},
-                             OpacityCase{0, 2, true, true, -1, false, false, 0.0},
-                             OpacityCase{3, 3, true, true, 3, false, false, 0.0},
-                             OpacityCase{3, 2, false, false, 2.5, false, false, 0.0}));
-
-TEST(MaskEffectiveOpacity, BaseOpacityIsHeldToOneAndNonFiniteIsTheDefault) {
+TEST(MaskEffectiveOpacity, FadesAtBothEndsUnlessANeighbourContinues) {
+    struct Case {
+        double start, end;
+        bool fadesIn, fadesOut;
+        double time;
+        bool suppressIn, suppressOut;
+        double expected;
+    };
+    const std::vector<Case> table{// A 0.4 s clip fades over 0.2 s, a long one over 0.35 s.
+                                  {0, 0.4, true, true, 0.1, false, false, 0.36},
+                                  {0, 0.4, true, true, 0.2, false, false, 0.72},
+                                  {0, 0.4, true, true, 0.3, false, false, 0.36},
+                                  {1, 5, true, true, 1.175, false, false, 0.36},
+                                  // One flag set: the clip still fades at both ends.
+                                  {0, 2, true, false, 1.93, false, false, 0.72 * 0.2},
+                                  {0, 2, false, true, 0.07, false, false, 0.72 * 0.2},
+                                  {0, 2, false, false, 0.0, false, false, 0.72},
+                                  // A neighbour continuing the mask holds that side steady.
+                                  {0, 2, true, true, 0.0, true, false, 0.72},
+                                  {0, 2, true, true, 2.0, false, true, 0.72},
+                                  {0, 2, true, true, -1, false, false, 0.0},
+                                  {3, 3, true, true, 3, false, false, 0.0},
+                                  {3, 2, false, false, 2.5, false, false, 0.0}};
+    for (const Case& c : table) {
+        MaskClip clip = maskClip(c.start, c.end);
+        clip.fadesIn = c.fadesIn;
+        clip.fadesOut = c.fadesOut;
+        EXPECT_NEAR(clip.effectiveOpacity(EditTime(c.time), c.suppressIn, c.suppressOut),
+                    c.expected, 1e-9)
+            << c.start << "-" << c.end << " at " << c.time;
+    }
+    // The base opacity is held to 0...1, a non-finite one is the default.
     MaskClip clip = maskClip(0, 10);
-    clip.opacity = 1.5;
-    EXPECT_EQ(clip.effectiveOpacity(EditTime(5), false, false), 1.0);
-    clip.opacity = std::numeric_limits<double>::quiet_NaN();
-    EXPECT_DOUBLE_EQ(clip.effectiveOpacity(EditTime(5), false, false), 0.72);
-    clip.opacity = 0;
-    EXPECT_EQ(clip.effectiveOpacity(EditTime(5), false, false), 0.0);
-    clip.opacity = -0.2;
-    EXPECT_EQ(clip.effectiveOpacity(EditTime(5), false, false), 0.0);
-}
-
-TEST(MaskBorderShapes, SmoothStepAndEnergy) {
-    EXPECT_EQ(MaskBorder::smoothStep(-1), 0);
-    EXPECT_EQ(MaskBorder::smoothStep(2), 1);
-    EXPECT_DOUBLE_EQ(MaskBorder::smoothStep(0.5), 0.5);
-    EXPECT_DOUBLE_EQ(MaskBorder::smoothStep(0.25), 0.15625);
-    EXPECT_DOUBLE_EQ(MaskBorder::energyBrightness(0), 1);
-    EXPECT_DOUBLE_EQ(MaskBorder::energyBrightness(0.05), 0.5);
-    EXPECT_DOUBLE_EQ(MaskBorder::energyBrightness(0.3), 0);
-    EXPECT_DOUBLE_EQ(MaskBorder::energyBrightness(0.775), 0.5);
-    EXPECT_DOUBLE_EQ(MaskBorder::energyBrightness(1), 1);
-    EXPECT_DOUBLE_EQ(MaskBorder::energyBrightness(7), 1);
-}
-
-struct BearingCase {
-    MaskBorder::Style style;
-    double bearing;
-    double phase;
-    double expected;
-};
-
-class MaskBorderAngular : public ::testing::TestWithParam<BearingCase> {};
-
-TEST_P(MaskBorderAngular, BrightnessAroundTheLoop) {
-    const auto& param = GetParam();
-    EXPECT_NEAR(MaskBorder::angularBrightness(param.bearing, param.phase, param.style),
-                param.expected, 1e-9);
+    for (const auto& [opacity, expected] :
+         std::vector<std::pair<double, double>>{{1.5, 1.0}, {kNaN, 0.72}, {0, 0}, {-0.2, 0}}) {
+        clip.opacity = opacity;
+        EXPECT_DOUBLE_EQ(clip.effectiveOpacity(EditTime(5), false, false), expected) << opacity;
+    }
 }
 
 using Style = MaskBorder::Style;
-const double kBehindHead = (8.0 / 9.0) * (8.0 / 9.0) * (3 - 16.0 / 9.0);
 
-INSTANTIATE_TEST_SUITE_P(
-    Styles, MaskBorderAngular,
-    ::testing::Values(
-        BearingCase{Style::none, 0.3, 0.1, 1}, BearingCase{Style::pulse, 0.9, 0.4, 1},
-        BearingCase{Style::comet, 0.3, 0.25, 0.5},
-        BearingCase{Style::comet, 0.2, 0.25, kBehindHead}, // wraps to 0.95
-        BearingCase{Style::comet, 0.5, 0.0, 0.0}, BearingCase{Style::twinComet, 0.275, 0.25, 0.5},
-        BearingCase{Style::twinComet, 0.775, 0.25, 0.5}, BearingCase{Style::trace, 0.47, 0.25, 0.5},
-        BearingCase{Style::trace, 0.2, 0.25, 1}, BearingCase{Style::trace, 0.6, 0.25, 0},
-        BearingCase{Style::trace, 0.9, 0.7, 1}));
+TEST(MaskBorder, BrightnessAroundTheLoop) {
+    const double behindHead = (8.0 / 9.0) * (8.0 / 9.0) * (3 - 16.0 / 9.0);
+    const std::vector<std::tuple<Style, double, double, double>> table{
+        {Style::none, 0.3, 0.1, 1},
+        {Style::pulse, 0.9, 0.4, 1},
+        {Style::comet, 0.3, 0.25, 0.5},
+        {Style::comet, 0.2, 0.25, behindHead}, // wraps to 0.95
+        {Style::comet, 0.5, 0.0, 0.0},
+        {Style::twinComet, 0.275, 0.25, 0.5},
+        {Style::twinComet, 0.775, 0.25, 0.5},
+        {Style::trace, 0.47, 0.25, 0.5},
+        {Style::trace, 0.2, 0.25, 1},
+        {Style::trace, 0.6, 0.25, 0},
+        {Style::trace, 0.9, 0.7, 1}};
+    for (const auto& [style, bearing, phase, expected] : table) {
+        EXPECT_NEAR(MaskBorder::angularBrightness(bearing, phase, style), expected, 1e-9)
+            << static_cast<int>(style) << " at " << bearing;
+    }
+    for (const auto& [cycle, expected] : std::vector<std::pair<double, double>>{
+             {0, 1}, {0.05, 0.5}, {0.3, 0}, {0.775, 0.5}, {1, 1}, {7, 1}}) {
+        EXPECT_DOUBLE_EQ(MaskBorder::energyBrightness(cycle), expected) << cycle;
+    }
+}
 
-TEST(MaskBorderEnvelope, RepeatingBordersNeverFade) {
+// A repeating border never fades; one that does not fades a quarter cycle after its runs.
+TEST(MaskBorder, ABorderThatDoesNotRepeatFadesAfterItsRuns) {
     MaskClip clip = maskClip(0, 10);
     clip.borderStyle = Style::comet;
     EXPECT_EQ(MaskBorder::repeatEnvelope(100, clip), 1);
-}
-
-struct EnvelopeCase {
-    Style style;
-    double speed;
-    double cycles;
-    double expected;
-};
-
-class MaskBorderRuns : public ::testing::TestWithParam<EnvelopeCase> {};
-
-TEST_P(MaskBorderRuns, ABorderThatDoesNotRepeatFadesAfterItsRuns) {
-    MaskClip clip = maskClip(0, 10);
     clip.borderRepeats = false;
-    clip.borderStyle = GetParam().style;
-    clip.borderSpeed = GetParam().speed;
-    EXPECT_NEAR(MaskBorder::repeatEnvelope(GetParam().cycles, clip), GetParam().expected, 1e-9);
+    const std::vector<std::tuple<Style, double, double, double>> table{
+        {Style::comet, 2, 2, 1},     {Style::comet, 2, 2.125, 0.5},
+        {Style::comet, 2, 2.25, 0},  {Style::twinComet, 0.25, 1.125, 0.5},
+        {Style::pulse, 5, 3.5, 0.5}, {Style::pulse, 5, 4, 0},
+        {Style::trace, 1, 0.5, 1},   {Style::trace, 1, 1, 0}};
+    for (const auto& [style, speed, cycles, expected] : table) {
+        clip.borderStyle = style;
+        clip.borderSpeed = speed;
+        EXPECT_NEAR(MaskBorder::repeatEnvelope(cycles, clip), expected, 1e-9)
+            << static_cast<int>(style) << " after " << cycles;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Styles, MaskBorderRuns,
-                         ::testing::Values(EnvelopeCase{Style::comet, 2, 2, 1},
-                                           EnvelopeCase{Style::comet, 2, 2.125, 0.5},
-                                           EnvelopeCase{Style::comet, 2, 2.25, 0},
-                                           EnvelopeCase{Style::twinComet, 0.25, 1.125, 0.5},
-                                           EnvelopeCase{Style::pulse, 5, 3.5, 0.5},
-                                           EnvelopeCase{Style::pulse, 5, 4, 0},
-                                           EnvelopeCase{Style::trace, 1, 0.5, 1},
-                                           EnvelopeCase{Style::trace, 1, 1, 0}));
 
 TEST(MaskBorderOpacity, FollowsStyleFadeAndPhase) {
     MaskClip clip = maskClip(2, 10);

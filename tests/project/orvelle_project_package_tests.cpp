@@ -190,7 +190,13 @@ TEST_F(ProjectPackage, DropsAMissingCameraAtSaveAndAtLoadWithoutError) {
     }
 }
 
-TEST_F(ProjectPackage, WithoutItsScreenMovieDoesNotOpen) {
+TEST_F(ProjectPackage, WithoutItsScreenMovieOrProjectFileDoesNotOpen) {
+    fs::create_directories(folder_ / "Empty.orvelle");
+    EXPECT_THROW(OrvelleProjectPackage::load(folder_ / "Empty.orvelle"),
+                 OrvelleProjectPackageError);
+    writeTextFile(folder_ / "Bad.orvelle" / "project.json", R"({"version": 1})");
+    EXPECT_THROW(OrvelleProjectPackage::load(folder_ / "Bad"), OrvelleProjectPackageError);
+
     const fs::path saved = OrvelleProjectPackage::write(project_, folder_ / "A");
     fs::remove(saved / "media" / "screen-001.mov");
     try {
@@ -204,14 +210,6 @@ TEST_F(ProjectPackage, WithoutItsScreenMovieDoesNotOpen) {
     const auto document = EditorDocument::load(saved, store_);
     EXPECT_FALSE(document.hasSavedProject);
     EXPECT_EQ(document.screenURL, saved);
-}
-
-TEST_F(ProjectPackage, WithoutAProjectFileDoesNotOpen) {
-    fs::create_directories(folder_ / "Empty.orvelle");
-    EXPECT_THROW(OrvelleProjectPackage::load(folder_ / "Empty.orvelle"),
-                 OrvelleProjectPackageError);
-    writeTextFile(folder_ / "Bad.orvelle" / "project.json", R"({"version": 1})");
-    EXPECT_THROW(OrvelleProjectPackage::load(folder_ / "Bad"), OrvelleProjectPackageError);
 }
 
 TEST_F(ProjectPackage, RefusesToSaveWithoutAScreenMovieAndLeavesNothing) {
@@ -388,34 +386,7 @@ TEST_F(ProjectPackage, AFailureAtAnyStepOfASaveLeavesTheOldPackageWhole) {
     EXPECT_EQ(namesIn(folder_ / "out"), std::set<std::string>{"Demo.orvelle"});
 }
 
-TEST_F(ProjectPackage, AFailedSwapPutsTheOldPackageBack) {
-    const fs::path package = OrvelleProjectPackage::write(project_, folder_ / "Demo");
-    const auto oldFiles = contentsOf(package);
-    // Fail the second move: the staged package onto the old one's place.
-    class FailSecondMove : public PackageFileOperations {
-    public:
-        void moveItem(const fs::path& from, const fs::path& to) override {
-            if (++moves == 2) {
-                throw FileError("Injected failure of the swap");
-            }
-            PackageFileOperations::moveItem(from, to);
-        }
-        int moves = 0;
-    } files;
-    EXPECT_THROW(OrvelleProjectPackage::write(project_, package, files), FileError);
-    EXPECT_EQ(files.moves, 3); // aside, the failed swap, and back
-    EXPECT_TRUE(contentsOf(package) == oldFiles);
-    EXPECT_EQ(namesIn(folder_.path()), (std::set<std::string>{"Demo.orvelle", "takes"}));
-}
-
-TEST(OrvelleProjectFile, RequiresBothKeys) {
-    EXPECT_THROW(decodeJson<OrvelleProjectFile>(parseJson(R"({"version": 1})")), JsonDecodeError);
-    EXPECT_THROW(decodeJson<OrvelleProjectFile>(parseJson(R"({"project": {}})")), JsonDecodeError);
-}
-
 TEST(PackageURL, AppendsTheExtensionUnlessItIsThere) {
-    EXPECT_EQ(OrvelleProjectPackage::packageURL("/p/Demo"), fs::path("/p/Demo.orvelle"));
-    EXPECT_EQ(OrvelleProjectPackage::packageURL("/p/Demo.orvelle"), fs::path("/p/Demo.orvelle"));
     EXPECT_EQ(OrvelleProjectPackage::packageURL("/p/Demo.v2"), fs::path("/p/Demo.v2.orvelle"));
     EXPECT_EQ(OrvelleProjectPackage::packageURL("/p/Demo.orvelle/"), fs::path("/p/Demo.orvelle"));
 }

@@ -105,61 +105,46 @@ TEST(ResolvingAnEditTimeline, PassesOverACorruptClip) {
     EXPECT_EQ(sourceAt(timeline, 5), 9);
 }
 
-TEST(SourceTimeForEditTime, ACutResolvesToTheFrameAfterIt) {
-    const auto timeline = cutInTheMiddle();
-    EXPECT_EQ(sourceAt(timeline, 10), 20);
-    EXPECT_EQ(sourceAt(timeline, 10 + 0.5 / 600), 20);
-    EXPECT_DOUBLE_EQ(sourceAt(timeline, 9.5), 9.5);
-    EXPECT_DOUBLE_EQ(sourceAt(timeline, 10.5), 20.5);
-    EXPECT_EQ(sourceAt(timeline, 0), 0);
-    EXPECT_EQ(sourceAt(timeline, 20), 30);
-}
-
-TEST(SourceTimeForEditTime, HoldsTheEditTimeToTheAxis) {
-    const auto timeline = cutInTheMiddle();
-    EXPECT_EQ(sourceAt(timeline, -5), 0);
-    EXPECT_EQ(sourceAt(timeline, 500), 30);
-    EXPECT_EQ(sourceAt(timeline, std::nan("")), 0);
-}
-
-TEST(SourceTimeForEditTime, AGapBeforeTheFirstClipGivesItsStart) {
-    const auto timeline = resolve({clip(5, 10)}, {gap(0, 5)}, 10);
-    EXPECT_EQ(timeline.gaps()[0].timelineStart, EditTime(0));
-    EXPECT_EQ(sourceAt(timeline, 0), 5);
-}
-
-TEST(SourceTimeForEditTime, ATrailingGapGivesTheLastClipsEnd) {
-    const auto timeline = resolve({clip(0, 10)}, {gap(10, 20)}, 20);
-    EXPECT_EQ(timeline.duration(), 10);
-    EXPECT_EQ(sourceAt(timeline, timeline.duration()), 10);
-    EXPECT_EQ(sourceAt(timeline, 10.5), 10);
-}
-
-TEST(SourceTimeForEditTime, SplitClipsWithoutACutStayOnTheEarlierClip) {
-    const auto timeline = resolve({clip(0, 10), clip(10, 20, 2)}, {}, 20);
-    EXPECT_EQ(sourceAt(timeline, 10), 10);
-    EXPECT_EQ(sourceAt(timeline, 12), 14);
-}
-
-TEST(SourceTimeForEditTime, SeveralCutsInARowLandAfterTheLast) {
-    const auto timeline = resolve({clip(0, 10), clip(25, 30)}, {gap(10, 15), gap(15, 25)}, 30);
-    EXPECT_EQ(timeline.duration(), 15);
-    EXPECT_EQ(sourceAt(timeline, 10), 25);
-}
-
-TEST(EditTimeForSourceTime, DeletedMaterialLandsOnItsCut) {
-    const auto timeline = cutInTheMiddle();
-    EXPECT_EQ(editAt(timeline, 15), 10);
-    EXPECT_EQ(editAt(timeline, 10), 10);
-    EXPECT_EQ(editAt(timeline, 20), 10);
-    EXPECT_EQ(editAt(timeline, 25), 15);
-    EXPECT_EQ(editAt(timeline, 45), 20);
-}
-
-TEST(EditTimeForSourceTime, AnUncoveredHoleTakesThePositionOfWhatFollows) {
-    EXPECT_EQ(editAt(resolve({clip(5, 10)}, {}, 10), 2), 0);
+// Edit time to source time: a cut resolves to the frame after it, times are held to the axis,
+// a leading gap gives the first clip's start, a trailing one the last clip's end, a split
+// without a cut stays on the earlier clip, and several cuts in a row land after the last.
+// Source time to edit time: deleted material lands on its cut, an uncovered hole takes the
+// position of what follows.
+TEST(MappingEditAndSourceTimes, AcrossCutsHolesAndTheEnds) {
+    const auto middle = cutInTheMiddle();
+    const auto leading = resolve({clip(5, 10)}, {gap(0, 5)}, 10);
+    const auto trailing = resolve({clip(0, 10)}, {gap(10, 20)}, 20);
+    const auto split = resolve({clip(0, 10), clip(10, 20, 2)}, {}, 20);
+    const auto cuts = resolve({clip(0, 10), clip(25, 30)}, {gap(10, 15), gap(15, 25)}, 30);
     const auto holes = resolve({clip(0, 4), clip(8, 12)}, {}, 12);
-    EXPECT_EQ(editAt(holes, 6), 4);
+    const std::vector<std::tuple<const ResolvedEditTimeline*, double, double>> sourceForEdit{
+        {&middle, 10, 20},
+        {&middle, 10 + 0.5 / 600, 20},
+        {&middle, 9.5, 9.5},
+        {&middle, 10.5, 20.5},
+        {&middle, 0, 0},
+        {&middle, 20, 30},
+        {&middle, -5, 0},
+        {&middle, 500, 30},
+        {&middle, std::nan(""), 0},
+        {&leading, 0, 5},
+        {&trailing, 10, 10},
+        {&trailing, 10.5, 10},
+        {&split, 10, 10},
+        {&split, 12, 14},
+        {&cuts, 10, 25}};
+    for (const auto& [timeline, edit, source] : sourceForEdit) {
+        EXPECT_DOUBLE_EQ(sourceAt(*timeline, edit), source) << "edit time " << edit;
+    }
+    EXPECT_EQ(leading.gaps()[0].timelineStart, EditTime(0));
+    EXPECT_EQ(trailing.duration(), 10);
+    EXPECT_EQ(cuts.duration(), 15);
+    const std::vector<std::tuple<const ResolvedEditTimeline*, double, double>> editForSource{
+        {&middle, 15, 10}, {&middle, 10, 10}, {&middle, 20, 10}, {&middle, 25, 15},
+        {&middle, 45, 20}, {&leading, 2, 0},  {&holes, 6, 4}};
+    for (const auto& [timeline, source, edit] : editForSource) {
+        EXPECT_DOUBLE_EQ(editAt(*timeline, source), edit) << "source time " << source;
+    }
 }
 
 TEST(EmptyTimeline, HasNoSourceTimeAndEditTimeZero) {
@@ -173,40 +158,22 @@ TEST(EmptyTimeline, HasNoSourceTimeAndEditTimeZero) {
     EXPECT_FALSE(onlyGaps.sourceTime(EditTime(0)).has_value());
 }
 
-struct PlayableCase {
-    double query;
-    std::optional<double> atOrAfter;
-    std::optional<double> atOrBefore;
-};
-
-class PlayableTime : public ::testing::TestWithParam<PlayableCase> {};
-
-TEST_P(PlayableTime, LooksAcrossCutsInEachDirection) {
+// The nearest playable time looks across cuts in each direction: a clip's start is inside,
+// its end is outside forwards, and queries are held to the source.
+TEST(PlayableTime, LooksAcrossCutsInEachDirection) {
     const auto timeline = resolve({clip(2, 10), clip(20, 30)}, {gap(10, 20)}, 40);
-    const auto& param = GetParam();
-    const auto after = timeline.playableTimeAtOrAfter(SourceTime(param.query));
-    const auto before = timeline.playableTimeAtOrBefore(SourceTime(param.query));
-    ASSERT_EQ(after.has_value(), param.atOrAfter.has_value()) << param.query;
-    ASSERT_EQ(before.has_value(), param.atOrBefore.has_value()) << param.query;
-    if (after) {
-        EXPECT_EQ(after->seconds, *param.atOrAfter) << param.query;
-    }
-    if (before) {
-        EXPECT_EQ(before->seconds, *param.atOrBefore) << param.query;
+    const auto none = std::optional<double>();
+    const std::vector<std::tuple<double, std::optional<double>, std::optional<double>>> table{
+        {-1, 2, none}, {0, 2, none},   {2, 2, 2},      {5, 5, 5},     {10, 20, 10},
+        {15, 20, 10},  {30, none, 30}, {35, none, 30}, {99, none, 30}};
+    const auto seconds = [](const std::optional<SourceTime>& time) {
+        return time ? std::optional(time->seconds) : std::nullopt;
+    };
+    for (const auto& [query, atOrAfter, atOrBefore] : table) {
+        EXPECT_EQ(seconds(timeline.playableTimeAtOrAfter(SourceTime(query))), atOrAfter) << query;
+        EXPECT_EQ(seconds(timeline.playableTimeAtOrBefore(SourceTime(query))), atOrBefore) << query;
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Queries, PlayableTime,
-    ::testing::Values(PlayableCase{-1, 2, std::nullopt},    // held to 0
-                      PlayableCase{0, 2, std::nullopt},     // before the first clip
-                      PlayableCase{2, 2, 2},                // a clip's start is inside
-                      PlayableCase{5, 5, 5},                // inside
-                      PlayableCase{10, 20, 10},             // a clip's end: outside forwards
-                      PlayableCase{15, 20, 10},             // in the cut
-                      PlayableCase{30, std::nullopt, 30},   // the last clip's end
-                      PlayableCase{35, std::nullopt, 30},   // past the last clip
-                      PlayableCase{99, std::nullopt, 30})); // held to the source's length
 
 // Random timelines of clips at random speeds, with cuts and holes between them: inside a
 // clip, the two mappings undo one another.

@@ -107,18 +107,15 @@ TEST_F(AlignmentEngineTest, LongAudioIsAlignedInChunksThatFitTheModel) {
     const AlignmentResult result = engine->align(request(words, 20.0));
     expectOnBursts(result, words, bursts);
     EXPECT_TRUE(hasWarning(result, "Aligned long audio in 4 chunks with overlap."));
-}
 
-TEST_F(AlignmentEngineTest, AudioThatFitsTheModelIsHeardInOneRun) {
-    // 9 s is longer than the 6 s a chunk of long audio answers for, but the padded model
-    // hears it whole.
-    const std::vector<Burst> bursts{{0.4, 0.8}, {4.2, 4.6}, {8.1, 8.5}};
-    writeBursts(audio_, 9.0, bursts);
-    const auto words = wordsOnBursts({"the", "a", "so"}, bursts, -0.2);
-    const auto engine = AlignmentEngineFactory::makeEngine(ctcBundle("ctc-bpe-padded"));
-    const AlignmentResult result = engine->align(request(words, 9.0));
-    expectOnBursts(result, words, bursts);
-    EXPECT_FALSE(hasWarning(result, "Aligned long audio"));
+    // 9 s is longer than the 6 s a chunk of long audio answers for, but the model hears it
+    // whole.
+    const std::vector<Burst> fitting{{0.4, 0.8}, {4.2, 4.6}, {8.1, 8.5}};
+    writeBursts(audio_, 9.0, fitting);
+    const auto fittingWords = wordsOnBursts({"the", "a", "so"}, fitting, -0.2);
+    const AlignmentResult whole = engine->align(request(fittingWords, 9.0));
+    expectOnBursts(whole, fittingWords, fitting);
+    EXPECT_FALSE(hasWarning(whole, "Aligned long audio"));
 }
 
 TEST_F(AlignmentEngineTest, LettersTheModelCannotTellApartAreLowConfidence) {
@@ -289,9 +286,11 @@ void expectNormalisedRows(const CTCFrameLogProbabilities& scores) {
 TEST(OnnxCTCLogitsProvider, FramesFollowTheFeatureEncoderArithmetic) {
     OnnxCTCLogitsProvider raw(ctcBundle("ctc-char") / "model.onnx", manifestOf("ctc-char"));
     EXPECT_EQ(raw.maximumAudioDuration(), std::nullopt);
-    for (const size_t count : {400u, 719u, 720u, 16000u, 12345u}) {
+    // The feature encoder's arithmetic: 400 samples make the first frame, 320 each next.
+    for (const auto& [count, frames] : std::vector<std::pair<size_t, int>>{
+             {400, 1}, {719, 1}, {720, 2}, {16000, 49}, {12345, 38}}) {
         const auto scores = raw.logProbabilities(noise(count));
-        EXPECT_EQ(scores.frameCount, wav2vec2FrameCount(static_cast<std::int64_t>(count))) << count;
+        EXPECT_EQ(scores.frameCount, frames) << count;
         EXPECT_EQ(scores.tokenCount, 32);
         EXPECT_EQ(scores.frameStrideSeconds, 0.02);
         expectNormalisedRows(scores);
@@ -312,16 +311,12 @@ TEST(OnnxCTCLogitsProvider, FramesFollowTheFeatureEncoderArithmetic) {
     const auto scores = features.logProbabilities(noise(16000));
     EXPECT_EQ(scores.frameCount, 51); // 101 mel frames
     expectNormalisedRows(scores);
-}
 
-TEST(OnnxCTCLogitsProvider, LoudFramesScoreLettersAndSilenceTheBlank) {
-    OnnxCTCLogitsProvider raw(ctcBundle("ctc-char") / "model.onnx", manifestOf("ctc-char"));
-    std::vector<float> samples(32000, 0.0f);
-    const auto loud = noise(16000);
-    std::copy(loud.begin(), loud.end(), samples.begin() + 16000);
-    const auto scores = raw.logProbabilities(samples);
-    EXPECT_GT(scores.at(10, 0), scores.at(10, 5)) << "blank wins in silence";
-    EXPECT_GT(scores.at(80, 5), scores.at(80, 0)) << "a letter wins in speech";
+    // Rows of huge logits stay finite.
+    std::vector<float> values{1000, 1000, -1000};
+    logSoftmaxRows(values, 3);
+    EXPECT_NEAR(values[0], -std::log(2.0), 1e-4);
+    EXPECT_LT(values[2], -1000);
 }
 
 TEST(OnnxCTCLogitsProvider, RefusesOutputItCannotRead) {
@@ -376,21 +371,6 @@ TEST(OnnxCTCLogitsProvider, RefusesOutputItCannotRead) {
             EXPECT_EQ(error.detail(), reason);
         }
     }
-}
-
-TEST(OnnxCTCLogitsProvider, FrameArithmeticAndLogSoftmax) {
-    const std::vector<std::pair<std::int64_t, int>> frames{
-        {0, 1}, {399, 1}, {400, 1}, {720, 2}, {16000, 49}, {160000, 499}, {48000, 149}};
-    for (const auto& [samples, count] : frames) {
-        EXPECT_EQ(wav2vec2FrameCount(samples), count) << samples;
-    }
-    std::vector<float> values{1, 2, 3, 1000, 1000, -1000};
-    logSoftmaxRows(values, 3);
-    const double third = std::log(std::exp(1.0) + std::exp(2.0) + std::exp(3.0));
-    EXPECT_NEAR(values[0], 1 - third, 1e-5);
-    EXPECT_NEAR(values[2], 3 - third, 1e-5);
-    EXPECT_NEAR(values[3], -std::log(2.0), 1e-4);
-    EXPECT_LT(values[5], -1000);
 }
 
 } // namespace

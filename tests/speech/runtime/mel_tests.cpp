@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -109,103 +110,35 @@ INSTANTIATE_TEST_SUITE_P(
         return name;
     });
 
-TEST(MelFeatureExtractor, FrameCountsFollowTheHop) {
+// The reference above fixes the window, the filters, the log and the normalisation; these are
+// the edges it does not reach.
+TEST(MelFeatureExtractor, EdgesTheReferenceDoesNotReach) {
     const MelFeatureExtractor extractor;
-    for (const size_t count : {size_t{1}, size_t{159}, size_t{160}, size_t{161}, size_t{320},
-                               size_t{16000}, size_t{160 * 25 + 7}}) {
-        const auto features = extractor.extract(noise(count, 1));
-        EXPECT_EQ(features.frameCount(), count / 160 + 1) << count;
-        EXPECT_EQ(features.mel.size(), features.frameCount() * 128);
-        EXPECT_EQ(features.attentionMask, std::vector<int32_t>(features.frameCount(), 1));
-    }
-    const auto empty = extractor.extract({});
-    EXPECT_EQ(empty.frameCount(), 0u);
-    EXPECT_TRUE(empty.mel.empty());
-}
-
-TEST(MelFeatureExtractor, NormalisedBinsHaveZeroMeanAndUnitDeviation) {
-    const MelFeatureExtractor extractor;
-    const auto features = extractor.extract(noise(16000, 3));
-    const size_t frames = features.frameCount();
-    for (size_t m = 0; m < 128; m += 17) {
-        double sum = 0;
-        double squares = 0;
-        for (size_t t = 0; t < frames; ++t) {
-            sum += features.frame(t)[m];
-        }
-        for (size_t t = 0; t < frames; ++t) {
-            squares += std::pow(features.frame(t)[m] - sum / frames, 2);
-        }
-        EXPECT_NEAR(sum / frames, 0, 1e-5) << m;
-        EXPECT_NEAR(std::sqrt(squares / (frames - 1)), 1, 1e-3) << m;
-    }
-}
-
-TEST(MelFeatureExtractor, DegenerateChunksNormaliseToZero) {
-    // Silence: every filter's energy is 0, every log value ln(2^-24), no deviation. One
-    // frame: the squared deviations are divided by 1, not 0.
-    const MelFeatureExtractor extractor;
+    // Silence, one sample and a chunk shorter than a window normalise to zeros (no deviation,
+    // or one frame divided by 1, not 0), with a mask of ones.
     for (const auto& samples :
          {std::vector<float>(4800, 0.0f), std::vector<float>{0.7f}, noise(100, 4)}) {
         const auto features = extractor.extract(samples);
-        ASSERT_FALSE(features.mel.empty());
-        for (const float value : features.mel) {
-            ASSERT_EQ(value, 0.0f) << samples.size();
-        }
+        ASSERT_EQ(features.frameCount(), samples.size() / 160 + 1);
+        EXPECT_EQ(features.attentionMask, std::vector<int32_t>(features.frameCount(), 1));
+        EXPECT_TRUE(std::all_of(features.mel.begin(), features.mel.end(), [](float value) {
+            return value == 0.0f;
+        })) << samples.size();
     }
-}
-
-TEST(MelFeatureExtractor, BuffersAreReusedWithoutCarryingOver) {
-    // The same chunk gives the same features before and after another chunk.
-    const MelFeatureExtractor extractor;
+    EXPECT_EQ(extractor.extract({}).frameCount(), 0u);
+    // The buffers are reused without carrying over: the same chunk, the same features.
     const auto chunk = tone(1000, 3200);
     const auto first = extractor.extract(chunk);
     (void)extractor.extract(noise(8000, 2, 0.9f));
     EXPECT_EQ(extractor.extract(chunk), first);
-}
-
-TEST(MelFeatureExtractor, WindowIsSymmetricHann) {
-    const MelFeatureExtractor extractor;
-    const auto& window = extractor.hannWindow();
-    ASSERT_EQ(window.size(), 400u);
-    EXPECT_EQ(window.front(), 0.0f);
-    EXPECT_NEAR(window.back(), 0.0f, 1e-7) << "symmetric: the last value is 0 too";
-    EXPECT_NEAR(window[200], 0.5 - 0.5 * std::cos(2 * std::numbers::pi * 200 / 399), 1e-7);
-    EXPECT_EQ(extractor.numFreqBins(), 257);
-}
-
-TEST(MelFeatureExtractor, RejectsSettingsThatMakeNoFrames) {
+    // Settings that make no frames are refused.
     MelFeatureSettings settings;
     settings.winLength = 600;
     EXPECT_THROW(MelFeatureExtractor{settings}, Error);
     settings = {};
     settings.hopLength = 0;
     EXPECT_THROW(MelFeatureExtractor{settings}, Error);
-}
-
-TEST(MelFilterBank, SlaneyScaleIsLinearBelowOneKilohertzAndLogarithmicAbove) {
-    EXPECT_DOUBLE_EQ(MelFilterBank::hertzToMel(0), 0);
-    EXPECT_DOUBLE_EQ(MelFilterBank::hertzToMel(500), 7.5);
-    EXPECT_DOUBLE_EQ(MelFilterBank::hertzToMel(1000), 14.999999999999998);
-    EXPECT_NEAR(MelFilterBank::hertzToMel(6400), 15 + 27, 1e-12);
-    for (const double hertz : {0.0, 123.0, 999.0, 1000.0, 4321.0, 8000.0}) {
-        EXPECT_NEAR(MelFilterBank::melToHertz(MelFilterBank::hertzToMel(hertz)), hertz, 1e-9);
-    }
-}
-
-TEST(MelFilterBank, TrianglesHaveSlaneyAreaNormalisation) {
-    const auto bank = MelFilterBank::build(16000, 512, 128, 0);
-    ASSERT_EQ(bank.rows.size(), 128u);
-    EXPECT_EQ(bank.numFreqBins, 257);
-    // Each triangle's peak is 2 / (right - left) at its centre, so its area in hertz is 1;
-    // summed over bins of 31.25 Hz that is about 1 / 31.25 for filters a few bins wide.
-    for (size_t m = 90; m < 128; m += 5) {
-        double area = 0;
-        for (const float weight : bank.rows[m]) {
-            area += weight;
-        }
-        EXPECT_NEAR(area * 31.25, 1.0, 0.05) << m;
-    }
+    // A bank with a lower top frequency has nothing above it.
     const auto narrow = MelFilterBank::build(16000, 512, 40, 0, 4000.0);
     for (size_t k = 0; k < 257; ++k) {
         if (k * 16000.0 / 512 > 4000) {
