@@ -20,35 +20,27 @@ CameraMotionPlanner::PlanningFunction constant(double value) {
     return [value](double) { return value; };
 }
 
-TEST(FocusThatReveals, RecentresWhenNotZoomed) {
+// Not zoomed, the focus is the centre; zoomed, it stays while the pointer lands inside the
+// margin, and otherwise moves until the pointer lands on the margin itself (at scale 2 the
+// pointer at 0.2 lands left of it); centring bias widens the margin towards the middle.
+TEST(FocusThatReveals, RecentresKeepsOrBisectsToTheMargin) {
     for (const double scale : {1.0, 1.0005, 0.5, std::nan(""), double(INFINITY)}) {
         const auto focus = focusThatReveals({0.02, 0.97, true}, {0.1, 0.9, true}, scale, 0.18, 0);
         EXPECT_EQ(focus.x, 0.5) << scale;
         EXPECT_EQ(focus.y, 0.5) << scale;
     }
-}
-
-TEST(FocusThatReveals, KeepsTheFocusWhileThePointerIsInsideTheMargin) {
     const CursorPoint current{0.4, 0.6, true};
-    const auto focus = focusThatReveals({0.45, 0.55, true}, current, 2, 0.18, 0);
-    EXPECT_EQ(focus.x, current.x);
-    EXPECT_EQ(focus.y, current.y);
-}
-
-TEST(FocusThatReveals, BisectsToTheMarginOnEachSide) {
-    // At scale 2 the pointer at 0.2 lands left of the margin: the focus moves down until
-    // it lands on the margin itself.
+    const auto kept = focusThatReveals({0.45, 0.55, true}, current, 2, 0.18, 0);
+    EXPECT_EQ(kept.x, current.x);
+    EXPECT_EQ(kept.y, current.y);
     const auto low = focusThatReveals({0.2, 0.8, true}, kCentre, 2, 0.18, 0);
     EXPECT_LT(low.x, 0.5);
     EXPECT_NEAR(landing(0.2, 2, low.x), 0.18, 1e-6);
     EXPECT_GT(low.y, 0.5);
     EXPECT_NEAR(landing(0.8, 2, low.y), 0.82, 1e-6);
-}
-
-TEST(FocusThatReveals, CentringBiasWidensTheMarginToTheMiddle) {
-    const auto focus = focusThatReveals({0.9, 0.1, true}, kCentre, 2, 0.18, 1);
-    EXPECT_NEAR(landing(0.9, 2, focus.x, 1), 0.55, 1e-6);
-    EXPECT_NEAR(landing(0.1, 2, focus.y, 1), 0.45, 1e-6);
+    const auto biased = focusThatReveals({0.9, 0.1, true}, kCentre, 2, 0.18, 1);
+    EXPECT_NEAR(landing(0.9, 2, biased.x, 1), 0.55, 1e-6);
+    EXPECT_NEAR(landing(0.1, 2, biased.y, 1), 0.45, 1e-6);
 }
 
 TEST(FocusThatReveals, StaysInTheUnitSquareAndRevealsWhatCanBeRevealed) {

@@ -52,41 +52,32 @@ TEST(ClipIndex, FindsTheClipUnderATimeAndTheLastClipAtItsVeryEnd) {
     EXPECT_EQ(TimelineEngine::clipIndex(SourceTime(20), timeline.clips), std::nullopt);
 }
 
+// A split makes two new clips that keep the clip's settings but lose its fades, holds the
+// speed of both halves, and does nothing too close to an edge or outside every clip.
 TEST(SplittingAClip, MakesTwoNewClipsThatLoseTheirFades) {
-    auto original = clip(0, 10, 2.0);
+    auto original = clip(0, 10, 100);
     original.fadeInDuration = 1;
     original.fadeOutDuration = 2;
     original.hidesCursor = true;
     original.audio.microphoneVolume = 0.5;
     auto timeline = state({original});
+    const auto before = timeline;
+    EXPECT_FALSE(TimelineEngine::splitClip(timeline, SourceTime(0.05), kMinimum));
+    EXPECT_FALSE(TimelineEngine::splitClip(timeline, SourceTime(9.95), kMinimum));
+    EXPECT_FALSE(TimelineEngine::splitClip(timeline, SourceTime(12), kMinimum));
+    EXPECT_EQ(timeline, before);
     const auto second = TimelineEngine::splitClip(timeline, SourceTime(4), kMinimum);
     ASSERT_TRUE(second);
     ASSERT_EQ(ranges(timeline), (Ranges{{0, 4}, {4, 10}}));
     EXPECT_EQ(timeline.clips[1].id, *second);
     for (const auto& half : timeline.clips) {
         EXPECT_NE(half.id, original.id);
-        EXPECT_EQ(half.speed, 2.0);
+        EXPECT_EQ(half.speed, 24.0);
         EXPECT_EQ(half.fadeInDuration, 0);
         EXPECT_EQ(half.fadeOutDuration, 0);
         EXPECT_TRUE(half.hidesCursor);
         EXPECT_EQ(half.audio.microphoneVolume, 0.5);
     }
-}
-
-TEST(SplittingAClip, DoesNothingTooCloseToAnEdgeOrOutsideEveryClip) {
-    auto timeline = state({clip(0, 10)});
-    const auto before = timeline;
-    EXPECT_FALSE(TimelineEngine::splitClip(timeline, SourceTime(0.05), kMinimum));
-    EXPECT_FALSE(TimelineEngine::splitClip(timeline, SourceTime(9.95), kMinimum));
-    EXPECT_FALSE(TimelineEngine::splitClip(timeline, SourceTime(12), kMinimum));
-    EXPECT_EQ(timeline, before);
-}
-
-TEST(SplittingAClip, SanitisesTheSpeedOfBothHalves) {
-    auto timeline = state({clip(0, 10, 100)});
-    ASSERT_TRUE(TimelineEngine::splitClip(timeline, SourceTime(5), kMinimum));
-    EXPECT_EQ(timeline.clips[0].speed, 24.0);
-    EXPECT_EQ(timeline.clips[1].speed, 24.0);
 }
 
 TEST(DeletingAClip, LeavesAHoleAndNoGap) {
@@ -218,13 +209,11 @@ TEST(RestoringACut, JoinsTwoClipsWithTheEarlierOnesSpeed) {
     EXPECT_EQ(timeline.deletedGaps[0].sourceStart, SourceTime(30));
 }
 
-TEST(MergingContiguousClips, ToleratesTinySpeedDifferencesOnly) {
-    struct Case {
-        double secondSpeed;
-        bool merges;
-    };
+// Neighbours that touch merge both ways into the earliest, when their speeds differ by no
+// more than a hair and their mix and pointer setting are the same.
+TEST(MergingContiguousClips, JoinsLikeNeighboursBothWays) {
     for (const auto& [secondSpeed, merges] :
-         {Case{1.00005, true}, Case{1.001, false}, Case{1.0, true}}) {
+         std::vector<std::pair<double, bool>>{{1.00005, true}, {1.001, false}, {1.0, true}}) {
         const auto first = clip(0, 10, 1.0);
         auto timeline = state({first, clip(10 + kEps / 2, 20, secondSpeed)});
         const auto result = TimelineEngine::mergeContiguousClips(timeline, first.id);
@@ -232,20 +221,13 @@ TEST(MergingContiguousClips, ToleratesTinySpeedDifferencesOnly) {
         EXPECT_EQ(timeline.clips.size(), merges ? 1u : 2u) << secondSpeed;
         EXPECT_EQ(result->id, first.id);
     }
-}
-
-TEST(MergingContiguousClips, NeedsTheSameMixAndPointerSetting) {
-    const auto first = clip(0, 10);
     auto louder = clip(10, 20);
     louder.audio.musicVolume = 0.3;
     auto hidden = clip(20, 30);
     hidden.hidesCursor = true;
-    auto timeline = state({first, louder, hidden});
-    TimelineEngine::mergeContiguousClips(timeline, louder.id);
-    EXPECT_EQ(timeline.clips.size(), 3u);
-}
-
-TEST(MergingContiguousClips, WalksBothWays) {
+    auto unlike = state({clip(0, 10), louder, hidden});
+    TimelineEngine::mergeContiguousClips(unlike, louder.id);
+    EXPECT_EQ(unlike.clips.size(), 3u);
     const auto middle = clip(10, 20);
     auto timeline = state({clip(0, 10), middle, clip(20, 30)});
     const auto earliest = timeline.clips[0].id;
@@ -266,6 +248,8 @@ TEST(SourceBounds, StopAtNeighboursAndGapsButNotAtOverlaps) {
               (TimelineSourceBounds{SourceTime(0), SourceTime(30)}));
 }
 
+// A trim stops at a gap and at the shortest clip, and counts its delta in edit seconds at the
+// clip's speed.
 TEST(TrimmingAClip, StopsAtAGapAndAtTheShortestClip) {
     const auto middle = clip(10, 20);
     const auto timeline = state({clip(0, 5), middle}, {gap(5, 8), gap(22, 30)});
@@ -277,53 +261,43 @@ TEST(TrimmingAClip, StopsAtAGapAndAtTheShortestClip) {
     EXPECT_EQ(TimelineEngine::trimmedClip(startTrim, middle, EditTime(-5)).start, SourceTime(8));
     EXPECT_EQ(TimelineEngine::trimmedClip(startTrim, middle, EditTime(50)).start,
               SourceTime(20 - kMinimum));
-}
-
-TEST(TrimmingAClip, CountsTheDeltaInEditSecondsAtTheClipsSpeed) {
     const auto fast = clip(0, 10, 2.0);
-    const auto timeline = state({fast});
-    const auto session = TimelineEngine::trimSession(timeline, fast, TimelineTrimEdge::end);
+    const auto session = TimelineEngine::trimSession(state({fast}), fast, TimelineTrimEdge::end);
     EXPECT_EQ(TimelineEngine::trimmedClip(session, fast, EditTime(3)).end, SourceTime(16));
 }
 
+// A move slides the clip's window inside its free space; a clip shorter than the minimum
+// moves as the minimum.
 TEST(MovingAClip, SlidesItsWindowInsideItsFreeSpace) {
     const auto middle = clip(10, 20);
-    const auto timeline = state({clip(0, 5), middle, clip(25, 30)});
-    const auto session = TimelineEngine::moveSession(timeline, middle);
+    const auto session =
+        TimelineEngine::moveSession(state({clip(0, 5), middle, clip(25, 30)}), middle);
     const auto right = TimelineEngine::movedClip(session, middle, EditTime(100));
     EXPECT_EQ(right.start, SourceTime(15));
     EXPECT_EQ(right.end, SourceTime(25));
     const auto left = TimelineEngine::movedClip(session, middle, EditTime(-100));
     EXPECT_EQ(left.start, SourceTime(5));
     EXPECT_EQ(left.end, SourceTime(15));
-}
-
-TEST(MovingAClip, TreatsAClipShorterThanTheMinimumAsTheMinimum) {
     const auto tiny = clip(10, 10.02);
-    const auto timeline = state({tiny});
-    const auto session = TimelineEngine::moveSession(timeline, tiny);
-    const auto moved = TimelineEngine::movedClip(session, tiny, EditTime(1));
+    const auto moved = TimelineEngine::movedClip(TimelineEngine::moveSession(state({tiny}), tiny),
+                                                 tiny, EditTime(1));
     EXPECT_EQ(moved.start, SourceTime(11));
     EXPECT_NEAR(moved.end.seconds, 11 + kMinimum, 1e-12);
 }
 
-TEST(RestoringAnEdgeTrim, RunsToTheNeighbourAndPassesOverGaps) {
+// Restoring an edge runs it to the neighbour, passing over gaps, or to the source's start.
+TEST(RestoringAnEdgeTrim, RunsToTheNeighbourOrTheSourcesStart) {
     const auto first = clip(0, 6);
     auto timeline = state({first, clip(10, 20)}, {gap(6, 8)});
-    const auto restored =
-        TimelineEngine::restoreEdgeTrim(timeline, first.id, TimelineTrimEdge::end);
-    ASSERT_TRUE(restored);
+    ASSERT_TRUE(TimelineEngine::restoreEdgeTrim(timeline, first.id, TimelineTrimEdge::end));
     EXPECT_EQ(ranges(timeline), (Ranges{{0, 10}, {10, 20}}));
     EXPECT_TRUE(timeline.deletedGaps.empty());
     EXPECT_FALSE(TimelineEngine::restoreEdgeTrim(timeline, first.id, TimelineTrimEdge::end));
     EXPECT_FALSE(TimelineEngine::restoreEdgeTrim(timeline, first.id, TimelineTrimEdge::start));
-}
-
-TEST(RestoringAnEdgeTrim, AtTheStartRunsToTheSourcesStart) {
     const auto only = clip(3, 10);
-    auto timeline = state({only}, {}, 10);
-    ASSERT_TRUE(TimelineEngine::restoreEdgeTrim(timeline, only.id, TimelineTrimEdge::start));
-    EXPECT_EQ(ranges(timeline), (Ranges{{0, 10}}));
+    auto single = state({only}, {}, 10);
+    ASSERT_TRUE(TimelineEngine::restoreEdgeTrim(single, only.id, TimelineTrimEdge::start));
+    EXPECT_EQ(ranges(single), (Ranges{{0, 10}}));
 }
 
 // Long random sequences of every operation: the invariants of a normalised timeline hold

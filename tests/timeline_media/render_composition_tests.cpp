@@ -52,9 +52,7 @@ TEST(PlayableClickEditTimes, KeepsClicksInsideClipsMappedToEditTime) {
     EXPECT_DOUBLE_EQ(times[1], 1.5);
     EXPECT_NEAR(times[2], 2, 1e-9);
     EXPECT_NEAR(times[3], 3, 1e-9); // 2 s into the clip at speed 2
-}
-
-TEST(PlayableClickEditTimes, NoneOnATimelineWithoutLength) {
+    // None on a timeline without length.
     EXPECT_TRUE(playableClickEditTimes(clicksAt({0, 1}), timeline({}, 10)).empty());
     EXPECT_TRUE(playableClickEditTimes(clicksAt({0, 1}), timeline({clip(3, 3)}, 10)).empty());
 }
@@ -92,22 +90,28 @@ TEST_F(ClickLanes, ClicksCloserThanTheSoundTakeTurnsOnFourLanes) {
     EXPECT_DOUBLE_EQ(lanes[3].availableAt, 1.35 + 0.2);
 }
 
-TEST_F(ClickLanes, ALaneFreeWithinAMillisecondIsReusedWithoutOverlap) {
+// A lane free within a millisecond is reused without overlap; clicks are cut at the end and
+// dropped when nearly nothing remains; no clicks or no length make nothing.
+TEST_F(ClickLanes, ReusedWithinAMillisecondAndCutAtTheEnd) {
     // The second click starts half a millisecond before the first one ends.
-    const auto lanes = addClickAudioTracks(composition, mix, {1.0, 1.1995}, clickURL, 0.2, 1.0, 10);
+    auto lanes = addClickAudioTracks(composition, mix, {1.0, 1.1995}, clickURL, 0.2, 1.0, 10);
     ASSERT_EQ(lanes.size(), 1u);
-    const auto& insertions = composition.track(lanes[0].trackID)->insertions;
-    ASSERT_EQ(insertions.size(), 2u);
-    EXPECT_LE(insertions[0].editRange.end(), insertions[1].editRange.start);
-}
+    const auto& reused = composition.track(lanes[0].trackID)->insertions;
+    ASSERT_EQ(reused.size(), 2u);
+    EXPECT_LE(reused[0].editRange.end(), reused[1].editRange.start);
 
-TEST_F(ClickLanes, ClicksAreCutAtTheEndAndDroppedWhenNearlyNothingRemains) {
-    const auto lanes = addClickAudioTracks(composition, mix, {9.9, 9.9995}, clickURL, 0.2, 1.0, 10);
+    MediaComposition end;
+    lanes = addClickAudioTracks(end, mix, {9.9, 9.9995}, clickURL, 0.2, 1.0, 10);
     ASSERT_EQ(lanes.size(), 1u);
-    const auto& insertions = composition.track(lanes[0].trackID)->insertions;
-    ASSERT_EQ(insertions.size(), 1u);
-    EXPECT_EQ(insertions[0].editRange.end(), mediaTicks(10));
-    EXPECT_EQ(insertions[0].sourceRange.duration, insertions[0].editRange.duration);
+    const auto& cut = end.track(lanes[0].trackID)->insertions;
+    ASSERT_EQ(cut.size(), 1u);
+    EXPECT_EQ(cut[0].editRange.end(), mediaTicks(10));
+    EXPECT_EQ(cut[0].sourceRange.duration, cut[0].editRange.duration);
+
+    MediaComposition none;
+    EXPECT_TRUE(addClickAudioTracks(none, mix, {}, clickURL, 0.2, 1, 10).empty());
+    EXPECT_TRUE(addClickAudioTracks(none, mix, {1}, clickURL, 0, 1, 10).empty());
+    EXPECT_TRUE(none.tracks.empty());
 }
 
 TEST_F(ClickLanes, AVolumeOtherThanOneIsSetOnEveryLane) {
@@ -123,12 +127,6 @@ TEST_F(ClickLanes, AVolumeOtherThanOneIsSetOnEveryLane) {
     const auto full = addClickAudioTracks(composition, fullMix, {1}, clickURL, 0.2, 0.9995, 10);
     ASSERT_EQ(full.size(), 1u);
     EXPECT_EQ(fullMix.parameters(full[0].trackID), nullptr);
-}
-
-TEST_F(ClickLanes, NothingWithoutClicksOrLength) {
-    EXPECT_TRUE(addClickAudioTracks(composition, mix, {}, clickURL, 0.2, 1, 10).empty());
-    EXPECT_TRUE(addClickAudioTracks(composition, mix, {1}, clickURL, 0, 1, 10).empty());
-    EXPECT_TRUE(composition.tracks.empty());
 }
 
 // Random clicks: a lane's insertions never overlap, every click that has room is placed
@@ -201,18 +199,12 @@ TEST(VideoInstructions, AlternateWhereTheCameraCoversPartOfTheTimeline) {
         EXPECT_EQ(instructions[i].cameraTrackID.has_value(), expected[i].second) << i;
         EXPECT_EQ(instructions[i].requiredSourceTrackIDs().size(), expected[i].second ? 2u : 1u);
     }
-}
-
-TEST(VideoInstructions, TheLastPieceEndsAtTheTimelinesEndNotAFrameBoundary) {
-    CompositionTrack camera;
-    camera.trackID = 2;
+    // The last piece ends at the timeline's end, not at a frame boundary.
     camera.insertions = {{0, {0, 300}, {0, 300}}};
-    const int64_t end = mediaTicks(1.001);
-    const auto instructions = videoInstructions(end, 1, &camera);
-    ASSERT_EQ(instructions.size(), 2u);
-    EXPECT_EQ(instructions.back().timeRange.end(), end);
-    // The pieces tile the timeline.
-    EXPECT_EQ(instructions[0].timeRange.end(), instructions[1].timeRange.start);
+    const auto tiled = videoInstructions(mediaTicks(1.001), 1, &camera);
+    ASSERT_EQ(tiled.size(), 2u);
+    EXPECT_EQ(tiled[0].timeRange.end(), tiled[1].timeRange.start);
+    EXPECT_EQ(tiled.back().timeRange.end(), mediaTicks(1.001));
 }
 
 // Building from a snapshot of a tiny real take.
