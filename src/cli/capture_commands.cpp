@@ -1,3 +1,4 @@
+#include "cli/capture_source.h"
 #include "cli/commands.h"
 #include "cli/interrupt.h"
 #include "cli/output.h"
@@ -185,6 +186,14 @@ RecorderSourceSelection chooseSource(const Arguments& arguments, CaptureBackend&
     }
     return areaSelection(content, areaOption(*area));
 }
+
+} // namespace
+
+RecorderSourceSelection chooseCaptureSource(const Arguments& arguments, CaptureBackend& backend) {
+    return chooseSource(arguments, backend);
+}
+
+namespace {
 
 Json segmentJson(const RecordedMediaSegment& segment) {
     return {{"url", fileURLString(segment.url)},

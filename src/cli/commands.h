@@ -43,5 +43,9 @@ Command modelsVerifyCommand();
 Command modelsRemoveCommand();
 Command sourcesCommand();
 Command captureCommand();
+Command recoverCommand();
+Command discardCommand();
+Command recordCommand();
+Command devicesCommand();
 
 } // namespace orvelle::cli

@@ -56,6 +56,10 @@ std::vector<Command> allCommands() {
         modelsRemoveCommand(),
         sourcesCommand(),
         captureCommand(),
+        recoverCommand(),
+        discardCommand(),
+        recordCommand(),
+        devicesCommand(),
     };
     // clang-format on
 }

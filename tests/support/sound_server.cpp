@@ -151,12 +151,16 @@ PrivateSoundServer::PrivateSoundServer() {
     fs::permissions(runtime, fs::perms::owner_all, fs::perm_options::replace);
     const fs::path socketPath = runtime / "pulse.sock";
     address_ = "unix:" + socketPath.string();
-    daemon_ = spawn({"pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1",
-                     "--use-pid-file=no", "--disable-shm=yes", "--log-target=stderr", "-L",
-                     "module-null-sink sink_name=test rate=48000", "-L",
-                     "module-native-protocol-unix auth-anonymous=1 socket=" + socketPath.string()},
-                    {"HOME=" + folder_.path().string(), "XDG_RUNTIME_DIR=" + runtime.string()},
-                    folder_ / "daemon.log");
+    daemon_ =
+        spawn({"pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
+               "--disable-shm=yes", "--log-target=stderr", "-L",
+               "module-null-sink sink_name=test rate=48000", "-L",
+               "module-null-sink sink_name=voice rate=48000 channels=1", "-L",
+               "module-remap-source master=voice.monitor source_name=microphone "
+               "channels=1 source_properties=device.description=Test-Microphone",
+               "-L", "module-native-protocol-unix auth-anonymous=1 socket=" + socketPath.string()},
+              {"HOME=" + folder_.path().string(), "XDG_RUNTIME_DIR=" + runtime.string()},
+              folder_ / "daemon.log");
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (!accepts(socketPath)) {
         if (::waitpid(daemon_, nullptr, WNOHANG) == daemon_ ||
@@ -174,6 +178,11 @@ PrivateSoundServer::PrivateSoundServer() {
     keeper_ = spawn({"pacat", "--server=" + address_, "--device=test", "--latency-msec=20",
                      "--format=s16le", "--rate=48000", "--channels=2", "--raw", "/dev/zero"},
                     {}, folder_ / "keeper.log");
+    voiceKeeper_ = spawn({"pacat", "--server=" + address_, "--device=voice", "--latency-msec=20",
+                          "--format=s16le", "--rate=48000", "--channels=1", "--raw", "/dev/zero"},
+                         {}, folder_ / "voice-keeper.log");
+    runProgram("/usr/bin/pactl", {"--server=" + address_, "set-default-sink", "test"});
+    runProgram("/usr/bin/pactl", {"--server=" + address_, "set-default-source", "microphone"});
     const auto settled = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     for (;;) {
         const auto latency = sinkLatency(address_);
@@ -195,6 +204,10 @@ PrivateSoundServer::PrivateSoundServer() {
 
 PrivateSoundServer::~PrivateSoundServer() {
     end(recorder_, SIGINT);
+    for (const pid_t player : players_) {
+        end(player, SIGTERM);
+    }
+    end(voiceKeeper_, SIGTERM);
     end(keeper_, SIGTERM);
     end(daemon_, SIGTERM);
     if (previousServer_) {
@@ -202,6 +215,27 @@ PrivateSoundServer::~PrivateSoundServer() {
     } else {
         ::unsetenv("PULSE_SERVER");
     }
+}
+
+void PrivateSoundServer::play(const std::vector<float>& samples, const std::string& sink,
+                              int channelCount) {
+    const fs::path file = folder_ / ("play-" + std::to_string(players_.size()) + ".raw");
+    {
+        std::ofstream out(file, std::ios::binary);
+        out.write(reinterpret_cast<const char*>(samples.data()),
+                  static_cast<std::streamsize>(samples.size() * sizeof(float)));
+    }
+    players_.push_back(spawn({"pacat", "--server=" + address_, "--device=" + sink,
+                              "--latency-msec=20", "--format=float32le", "--rate=48000",
+                              "--channels=" + std::to_string(channelCount), "--raw", file.string()},
+                             {}, folder_ / "player.log"));
+}
+
+void PrivateSoundServer::waitForPlayback() {
+    for (const pid_t player : players_) {
+        ::waitpid(player, nullptr, 0);
+    }
+    players_.clear();
 }
 
 void PrivateSoundServer::startRecording() {

@@ -1,10 +1,11 @@
 #pragma once
 
-// A private sound server for tests: a PulseAudio daemon with one null sink ("test") on a
-// socket in a folder of its own, started here and stopped when the object goes away. While
-// it lives PULSE_SERVER names it, so every sound client of the test process, and every
-// program the test starts, plays into it and nowhere else. What the sink plays can be
-// recorded from its monitor.
+// A private sound server for tests: a PulseAudio daemon on a socket in a folder of its own,
+// with a null sink "test" (the default output) and a microphone "microphone" (the default
+// input) that hears what is played into the null sink "voice", started here and stopped when the
+// object goes away. While it lives PULSE_SERVER names it, so every sound client of the test
+// process, and every program the test starts, plays into it and nowhere else. What the sink plays
+// can be recorded from its monitor.
 
 #include "support/temporary_directory.h"
 
@@ -29,6 +30,13 @@ public:
     const std::string& address() const { return address_; } // "unix:/.../pulse.sock"
     std::map<std::string, std::string> environment() const { return {{"PULSE_SERVER", address_}}; }
 
+    // Plays interleaved 48 kHz float samples into a sink ("test": what the computer plays,
+    // "voice": what the microphone hears); returns at once.
+    void play(const std::vector<float>& samples, const std::string& sink = "test",
+              int channelCount = 2);
+    // Waits until everything given to play() has been played.
+    void waitForPlayback();
+
     // What the null sink plays from now until stopRecording(), as 48 kHz stereo float.
     void startRecording();
     std::vector<float> stopRecording();
@@ -39,6 +47,8 @@ private:
     pid_t daemon_ = -1;
     pid_t keeper_ = -1;
     pid_t recorder_ = -1;
+    pid_t voiceKeeper_ = -1;
+    std::vector<pid_t> players_;
     std::optional<std::string> previousServer_;
 };
 
