@@ -62,8 +62,8 @@ public:
                     std::fill_n(owned->pixels.data() + (row * 1280 + bar) * 4,
                                 std::min(64, 1280 - bar) * 4, 220);
                 }
-                owned->frame = {owned->pixels.data(), 1280 * 4, 1280, 720, monotonicNow(),
-                                1.0 / 30, std::nullopt};
+                owned->frame = {owned->pixels.data(), 1280 * 4, 1280,        720,
+                                monotonicNow(),       1.0 / 30, std::nullopt};
                 delivered++;
                 deliver({owned, &owned->frame});
                 due += std::chrono::microseconds(33333);
@@ -128,12 +128,12 @@ int main(int argc, char** argv) {
     MicrophoneRecorder microphone(mainThread);
     microphone.refreshDevices();
     microphone.setEnabled(true);
-    WindowRecorder recorder({mainThread,
-                             [&](const std::function<bool()>& predicate,
-                                 std::chrono::milliseconds timeout) {
-                                 return mainThread.runUntil(predicate, timeout);
-                             },
-                             *backend, clock, timers, &camera, &microphone, nullptr});
+    WindowRecorder recorder(
+        {mainThread,
+         [&](const std::function<bool()>& predicate, std::chrono::milliseconds timeout) {
+             return mainThread.runUntil(predicate, timeout);
+         },
+         *backend, clock, timers, &camera, &microphone, nullptr});
     const auto content = backend->shareableContent();
     const double cpuBefore = processorSeconds();
     recorder.startSelection(RecorderCaptureMode::display,
@@ -147,13 +147,15 @@ int main(int argc, char** argv) {
     // A tone in both sound paths, all the way through.
     sound.play(testing::sineTone(440, seconds + 2, 48000, 2, 0.3f), "test", 2);
     sound.play(testing::sineTone(330, seconds + 2, 48000, 1, 0.3f), "voice", 1);
-    const auto until = std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                                            std::chrono::duration<double>(seconds));
+    const auto until =
+        std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                               std::chrono::duration<double>(seconds));
     while (std::chrono::steady_clock::now() < until) {
         mainThread.runFor(20ms);
     }
     const int64_t cameraDelivered = BenchCamera::delivered.load() - cameraAtStart;
-    const auto result = RecordingSessionCoordinator::stopAndOpenEditor(recorder, &camera, &microphone);
+    const auto result =
+        RecordingSessionCoordinator::stopAndOpenEditor(recorder, &camera, &microphone);
     const double cpu = processorSeconds() - cpuBefore;
     if (!result || !result->manifestURL) {
         std::fprintf(stderr, "bench_session: no take\n");
@@ -162,7 +164,8 @@ int main(int argc, char** argv) {
     const auto manifest = TakeManifest::load(result->screenURL);
     const auto screen = manifest->segmentsFor(MediaTrackManifest::Kind::screen).at(0);
     const auto cameraSegment = manifest->segmentsFor(MediaTrackManifest::Kind::camera).at(0);
-    const auto microphoneSegment = manifest->segmentsFor(MediaTrackManifest::Kind::microphone).at(0);
+    const auto microphoneSegment =
+        manifest->segmentsFor(MediaTrackManifest::Kind::microphone).at(0);
     const int64_t screenFrames = videoFrames(screen.url);
     const int64_t cameraFrames = videoFrames(cameraSegment.url);
     const MediaProbe screenProbe = probeMediaFile(screen.url);
@@ -186,7 +189,6 @@ int main(int argc, char** argv) {
     row("system audio", screen.duration * 48000, systemAudio * 48000, systemAudio);
     std::printf("screen frames lost by the capture and the writer: %lld\n",
                 static_cast<long long>(recorder.droppedScreenFrames()));
-    std::printf("processor: %.1f s for the take, %.0f %% of one core\n", cpu,
-                cpu / seconds * 100);
+    std::printf("processor: %.1f s for the take, %.0f %% of one core\n", cpu, cpu / seconds * 100);
     return 0;
 }

@@ -122,7 +122,7 @@ void CameraRecorder::startSession() {
         throw CameraRecorderError::noCamera();
     }
     auto source = provider_->open(*selectedDeviceID.value(), kRecordingFormat);
-    source->start([this, handlers = videoHandlers_](CapturedVideoFrameRef frame) {
+    source->start([this, handlers = videoHandlers_](const CapturedVideoFrameRef& frame) {
         {
             std::lock_guard lock(previewMutex_);
             latestPreviewFrame_ = frame;
@@ -228,7 +228,7 @@ bool CameraRecorder::startPreparedRecordingIfEnabled(double programStart) {
     segmentRecorder_ = std::make_unique<SegmentedSampleBufferRecorder<VideoSegment>>(
         "com.tolvanic.orvelle.segmented-mov", MediaTrackManifest::Kind::camera,
         preparedRecording_->outputDirectory, preparedRecording_->baseName, selectedDeviceID.value(),
-        deviceName(), [this, alive = std::weak_ptr<bool>(alive_)](std::string message) {
+        deviceName(), [this, alive = std::weak_ptr<bool>(alive_)](const std::string& message) {
             mainThread_.post([this, alive, message] {
                 if (const auto living = alive.lock(); living && *living) {
                     logError("Camera", "writer failed: ", message);

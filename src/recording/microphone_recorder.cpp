@@ -117,17 +117,18 @@ void MicrophoneRecorder::startSession() {
     options.channelCount = kChannelCount;
     options.streamName = "Microphone";
     auto input = std::make_unique<AudioInput>(options);
-    input->start(
-        [this](const float* samples, size_t frames, double time) { deliver(samples, frames, time); },
-        [this, alive = std::weak_ptr<bool>(alive_)](const std::string& message) {
-            // The microphone went away: the take keeps what was written, the screen goes on.
-            mainThread_.post([this, alive, message] {
-                if (const auto living = alive.lock(); living && *living) {
-                    logError("Microphone", message);
-                    detailText.set(message);
-                }
-            });
-        });
+    input->start([this](const float* samples, size_t frames,
+                        double time) { deliver(samples, frames, time); },
+                 [this, alive = std::weak_ptr<bool>(alive_)](const std::string& message) {
+                     // The microphone went away: the take keeps what was written, the screen goes
+                     // on.
+                     mainThread_.post([this, alive, message] {
+                         if (const auto living = alive.lock(); living && *living) {
+                             logError("Microphone", message);
+                             detailText.set(message);
+                         }
+                     });
+                 });
     input_ = std::move(input);
 }
 
@@ -189,7 +190,7 @@ bool MicrophoneRecorder::startPreparedSidecarRecordingIfEnabled(double programSt
     segmentRecorder_ = std::make_unique<SegmentedSampleBufferRecorder<AudioSegment>>(
         "com.tolvanic.orvelle.segmented-m4a", MediaTrackManifest::Kind::microphone,
         preparedRecording_->outputDirectory, preparedRecording_->baseName, selectedDeviceID.value(),
-        deviceName(), [this, alive = std::weak_ptr<bool>(alive_)](std::string message) {
+        deviceName(), [this, alive = std::weak_ptr<bool>(alive_)](const std::string& message) {
             mainThread_.post([this, alive, message] {
                 if (const auto living = alive.lock(); living && *living) {
                     logError("Microphone", "writer failed: ", message);

@@ -7,8 +7,8 @@
 // paused.
 
 #include "core/executor.h"
-#include "platform/audio/audio_input.h"
 #include "editor/published.h"
+#include "platform/audio/audio_input.h"
 #include "recording/capture_sample_handler_box.h"
 #include "recording/live_audio_level_meter.h"
 #include "recording/segmented_sample_buffer_recorder.h"

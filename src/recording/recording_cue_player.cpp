@@ -79,7 +79,7 @@ bool RecordingCuePlayer::begin(Cue cue) {
         state.output.reset();
         return false;
     }
-    state.length = static_cast<double>(samples.size() / 2) / kSampleRate;
+    state.length = static_cast<double>(samples.size()) / 2.0 / kSampleRate;
     // Should the server's clock never move, the cue ends on the wall clock.
     state.deadline = std::chrono::steady_clock::now() +
                      std::chrono::milliseconds(static_cast<int>(state.length * 1000) + 1000);

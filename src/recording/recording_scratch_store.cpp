@@ -85,7 +85,7 @@ fs::path capturesDirectory(bool create) {
     if (support.empty()) {
         throw RecordingScratchStoreError::missingApplicationSupportDirectory();
     }
-    const fs::path root = support / "Captures";
+    fs::path root = support / "Captures";
     if (create) {
         std::error_code error;
         fs::create_directories(root, error);

@@ -3,12 +3,12 @@
 #include "core/files.h"
 #include "core/log.h"
 #include "core/monotonic_clock.h"
+#include "platform/audio/audio_input.h"
 #include "project/cursor_recording.h"
 #include "recording/camera_recorder.h"
 #include "recording/microphone_recorder.h"
 #include "recording/recording_cue_player.h"
 #include "recording/recording_scratch_store.h"
-#include "platform/audio/audio_input.h"
 
 #include <cmath>
 #include <cstdio>
@@ -158,6 +158,7 @@ void WindowRecorder::startRecording(const RecorderSourceSelection& selection) {
     trace.mark("capture geometry resolved");
     detailText.set("Preparing output files.");
     const fs::path movieURL = RecordingScratchStore::makeScreenRecordingURL(Date::now());
+    preparedMovieURL_ = movieURL;
     trace.mark("output paths prepared");
 
     // 5-6. Writer and stream (stale files at both URLs are removed by prepare).
@@ -171,7 +172,7 @@ void WindowRecorder::startRecording(const RecorderSourceSelection& selection) {
             }
         });
     };
-    callbacks.onFailure = [this, alive](std::string message) {
+    callbacks.onFailure = [this, alive](const std::string& message) {
         services_.mainThread.post([this, alive, message] {
             if (const auto living = alive.lock(); living && *living) {
                 handleFailure(message);
@@ -442,11 +443,14 @@ std::optional<fs::path> WindowRecorder::stopCurrentRecording(bool finishWriter,
         services_.cues->stop();
     }
 
-    // 12.
+    // 12. A take that failed before its sentinel leaves no empty folder behind.
     const std::optional<fs::path> movie = outputURL.value();
     if (movie) {
         RecordingScratchStore::removeRecordingSentinel(*movie);
+    } else if (preparedMovieURL_) {
+        RecordingScratchStore::deleteRecordingFiles(*preparedMovieURL_);
     }
+    preparedMovieURL_.reset();
     if (!finishWriter) {
         if (movie) {
             RecordingScratchStore::deleteRecordingFiles(*movie);

@@ -133,6 +133,7 @@ private:
     double accumulatedPausedDuration_ = 0;
     std::optional<std::chrono::steady_clock::time_point> pauseStartedAt_;
     std::unique_ptr<RepeatingTimer> elapsedTimer_;
+    std::optional<std::filesystem::path> preparedMovieURL_; // the take's folder exists
     std::vector<RecordedMediaSegment> screenSegments_;
     int64_t droppedScreenFrames_ = 0;
     bool recordedSystemAudio_ = false;

@@ -305,7 +305,9 @@ TEST_F(RecordingSession, FailuresDecideWhatIsKept) {
     EXPECT_EQ(recorder_->detailText.value(),
               "Webcam recording did not start, so the screen recording was canceled.");
     EXPECT_TRUE(RecordingScratchStore::abandonedRecordingScreenURLs().empty());
-    EXPECT_FALSE(recorder_->outputURL.value() && fs::exists(*recorder_->outputURL.value()));
+    EXPECT_FALSE(recorder_->outputURL.value());
+    const fs::path store = RecordingScratchStore::capturesDirectory(false);
+    EXPECT_TRUE(!fs::exists(store) || fs::is_empty(store));
 
     // A failure after a pause keeps the closed segment and the tail of the open one.
     *cameraPresent_ = true;

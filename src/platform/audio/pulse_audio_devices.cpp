@@ -67,8 +67,7 @@ AudioDeviceList listAudioDevices(const std::string& applicationName) {
     listing.mainloop = pulse.mainloop;
     detail::PulseLock lock(pulse.mainloop);
     await(pulse.mainloop, pa_context_get_server_info(pulse.context, serverInfo, &listing));
-    await(pulse.mainloop,
-          pa_context_get_source_info_list(pulse.context, sourceInfo, &listing));
+    await(pulse.mainloop, pa_context_get_source_info_list(pulse.context, sourceInfo, &listing));
     await(pulse.mainloop, pa_context_get_sink_info_list(pulse.context, sinkInfo, &listing));
     for (auto& microphone : listing.list.microphones) {
         microphone.isDefault = microphone.id == listing.defaultSource;
