@@ -19,25 +19,7 @@ bool isTakeManifest(const fs::path& path) {
 } // namespace
 
 fs::path documentPath(const std::string& argument) {
-    fs::path path = standardizedPath(argument);
-    if (!isTakeManifest(path)) {
-        return path;
-    }
-    // The manifest lies beside the first screen movie and is named after it.
-    std::string bytes;
-    try {
-        bytes = readFile(path);
-    } catch (const FileError&) {
-        return path;
-    }
-    if (const auto manifest = TakeManifest::decode(bytes)) {
-        for (const auto& screen : manifest->segmentsFor(MediaTrackManifest::Kind::screen)) {
-            if (TakeManifest::sidecarURL(screen.url) == path) {
-                return screen.url;
-            }
-        }
-    }
-    return path;
+    return editorDocumentURL(argument);
 }
 
 EditorDocument openDocument(const std::string& argument) {

@@ -1,6 +1,7 @@
 #include "project/editor_document.h"
 
 #include "core/file_url.h"
+#include "core/files.h"
 #include "platform/media/media_probe.h"
 #include "project/orvelle_project_package.h"
 #include "project/recording_take_builder.h"
@@ -87,6 +88,37 @@ std::string EditorDocument::displayTitle() const {
 
 std::string EditorDocument::suggestedSaveName() const {
     return displayTitle() + "." + std::string(kProjectPackageExtension);
+}
+
+std::filesystem::path editorDocumentURL(const std::filesystem::path& picked) {
+    namespace fs = std::filesystem;
+    const fs::path path = standardizedPath(picked);
+    // Something picked inside a package (its project.json, say) opens the package.
+    for (fs::path folder = path.parent_path(); !folder.empty() && folder != folder.root_path();
+         folder = folder.parent_path()) {
+        if (hasPackageExtension(folder)) {
+            return folder;
+        }
+    }
+    constexpr std::string_view manifestSuffix = ".take.json";
+    if (!path.filename().string().ends_with(manifestSuffix)) {
+        return path;
+    }
+    // The manifest lies beside the first screen movie and is named after it.
+    std::string bytes;
+    try {
+        bytes = readFile(path);
+    } catch (const FileError&) {
+        return path;
+    }
+    if (const auto manifest = TakeManifest::decode(bytes)) {
+        for (const auto& screen : manifest->segmentsFor(MediaTrackManifest::Kind::screen)) {
+            if (TakeManifest::sidecarURL(screen.url) == path) {
+                return screen.url;
+            }
+        }
+    }
+    return path;
 }
 
 SourceTime takeSourceDuration(const TakeManifest& manifest) {

@@ -43,6 +43,11 @@ struct EditorDocument {
 
 inline constexpr std::string_view kProjectPackageExtension = "orvelle";
 
+// The path the editor opens for a path the user picked or named: absolute; a take's
+// ".take.json" stands for the movie it describes, and a file inside a project package
+// for the package. Reads the manifest when given one.
+std::filesystem::path editorDocumentURL(const std::filesystem::path& picked);
+
 // The length of a take's source: the manifest's, or where that says 0 (a movie that came
 // without one), the length of the screen movie as its file states it. 0 when neither is
 // known.

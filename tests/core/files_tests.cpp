@@ -1,5 +1,6 @@
 #include "core/files.h"
 #include "core/json.h"
+#include "core/user_defaults.h"
 #include "core/xdg_paths.h"
 #include "support/temporary_directory.h"
 
@@ -51,6 +52,35 @@ TEST(AtomicWrite, JsonGoesThroughTheSameReplace) {
     writeJsonAtomically(target, Json{{"b", 1}, {"a", 2}});
     EXPECT_EQ(readFile(target), "{\n  \"a\": 2,\n  \"b\": 1\n}\n");
     EXPECT_EQ(readJsonFile(target), (Json{{"a", 2}, {"b", 1}}));
+}
+
+TEST(UserDefaults, KeepsOtherWritersKeysAndSurvivesABrokenFile) {
+    testing::TemporaryDirectory folder;
+    const fs::path url = folder / "config" / "settings.json";
+    UserDefaults first(url);
+    EXPECT_FALSE(first.value("OrvelleRecentDocuments"));
+    first.set("OrvelleRecentDocuments", Json::array({"/a.orvelle"}));
+
+    // Another owner writes a key of its own; the first one's next write keeps it.
+    UserDefaults second(url);
+    EXPECT_EQ(second.get<std::vector<std::string>>("OrvelleRecentDocuments"),
+              std::vector<std::string>{"/a.orvelle"});
+    second.set("OrvelleSelectedCameraID", "cam-1");
+    first.set("OrvelleEditorInspectorPanel", "pointer");
+    EXPECT_EQ(UserDefaults(url).get<std::string>("OrvelleSelectedCameraID"), "cam-1");
+    EXPECT_EQ(UserDefaults(url).get<std::string>("OrvelleEditorInspectorPanel"), "pointer");
+
+    // A value of another shape reads as absent, a removed key is gone.
+    EXPECT_FALSE(first.get<int>("OrvelleSelectedCameraID"));
+    first.remove("OrvelleSelectedCameraID");
+    EXPECT_FALSE(UserDefaults(url).value("OrvelleSelectedCameraID"));
+
+    // A file that is not a JSON object reads as empty and is replaced by the next write.
+    writeFileAtomically(url, "[1, 2");
+    UserDefaults broken(url);
+    EXPECT_FALSE(broken.value("OrvelleEditorInspectorPanel"));
+    broken.set("OrvelleEditorInspectorPanel", "audio");
+    EXPECT_EQ(readJsonFile(url), (Json{{"OrvelleEditorInspectorPanel", "audio"}}));
 }
 
 TEST(ReadFile, AMissingFileIsAFileError) {

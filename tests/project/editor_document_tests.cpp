@@ -132,6 +132,30 @@ TEST_F(EditorDocumentLoading, APackageThatCannotBeReadIsTakenForAPlainFile) {
     EXPECT_EQ(takeSourceDuration(document.manifest), SourceTime(0));
 }
 
+TEST_F(EditorDocumentLoading, WhatIsPickedStandsForTheDocumentItBelongsTo) {
+    const TakeManifest manifest = writeManifest();
+    const auto manifestURL = TakeManifest::sidecarURL(movie_);
+    const auto package = folder_ / "Saved Edit.orvelle";
+    writeTextFile(package / "media" / "screen.mov", "");
+    writeTextFile(folder_ / "Other.take.json", "not a manifest");
+    const struct {
+        std::filesystem::path picked;
+        std::filesystem::path opened;
+    } cases[] = {
+        {movie_, movie_},                                           // a take's movie
+        {manifestURL, movie_},                                      // its manifest
+        {folder_ / "." / "My Take.mp4", movie_},                    // made standard
+        {package / "project.json", package},                        // a file inside a package
+        {package / "media" / "screen.mov", package},                // deeper inside
+        {package, package},                                         // the package itself
+        {folder_ / "Other.take.json", folder_ / "Other.take.json"}, // unreadable: as picked
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(editorDocumentURL(c.picked), c.opened) << c.picked;
+    }
+    EXPECT_EQ(manifest.segmentsFor(Kind::screen).front().url, movie_);
+}
+
 TEST(EditorDocumentTitle, UnsavedSavedAndBlank) {
     EditorDocument document;
     document.screenURL = "/takes/ Weekly demo \n.mov";
