@@ -149,6 +149,7 @@ void PlaybackModel::load(const EditorDocument& document) {
     systemAudioWaveform_.set(std::nullopt);
     voiceWaveform_.set(std::nullopt);
     musicWaveforms_.set({});
+    musicSegmentsSeen_.clear();
     cameraNaturalSize_.set(std::nullopt);
     hasCompositionSource_.set(false);
 
@@ -293,6 +294,7 @@ void PlaybackModel::projectChanged(const EditorProjectState& project) {
     if (!screenCompositionSource_) {
         return;
     }
+    loadNewMusicSegments(project.manifest);
     if (!builtInputs_ || *builtInputs_ != compositionInputs(project) || rebuildScheduled_) {
         // A trim puts the playhead on the edge it moves.
         if (sessions_.pendingTimelineEditFallbackSourceTime) {
@@ -302,6 +304,47 @@ void PlaybackModel::projectChanged(const EditorProjectState& project) {
         return;
     }
     publishGeometry();
+}
+
+void PlaybackModel::loadNewMusicSegments(const TakeManifest& manifest) {
+    for (const auto& segment : manifest.segmentsFor(MediaTrackManifest::Kind::music)) {
+        if (screenCompositionSource_->musicSources.contains(segment.id) ||
+            !musicSegmentsSeen_.insert(segment.id).second) {
+            continue;
+        }
+        using Loaded =
+            std::optional<std::pair<TimelineCompositionMusicSource, std::optional<Waveform>>>;
+        const uint64_t generation = loadGeneration_;
+        const std::filesystem::path url = segment.url;
+        runInBackground<Loaded>(
+            [url](const std::stop_token&) -> Loaded {
+                auto source = TimelineCompositionSource::loadMusicSource(url);
+                if (!source) {
+                    logInfo("playback", "no sound in the music file ", url.string());
+                    return std::nullopt;
+                }
+                std::optional<Waveform> waveform;
+                try {
+                    waveform = WaveformExtractor::extractWaveform(
+                        url, VoiceActivityDetector::kWaveformBucketCount);
+                } catch (const Error& error) {
+                    logInfo("playback", "no waveform for ", url.string(), ": ", error.what());
+                }
+                return std::pair{std::move(*source), std::move(waveform)};
+            },
+            [this, generation, id = segment.id](Loaded loaded) {
+                if (generation != loadGeneration_ || !screenCompositionSource_ || !loaded) {
+                    return;
+                }
+                screenCompositionSource_->musicSources[id] = std::move(loaded->first);
+                if (loaded->second) {
+                    auto waveforms = musicWaveforms_.value();
+                    waveforms[id] = std::move(*loaded->second);
+                    musicWaveforms_.set(std::move(waveforms));
+                }
+                scheduleRebuild();
+            });
+    }
 }
 
 PlaybackModel::CompositionInputs

@@ -32,6 +32,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -194,6 +195,9 @@ private:
     CompositionInputs compositionInputs(const EditorProjectState& project) const;
     void refreshEditTimelineCacheIfNeeded();
     void projectChanged(const EditorProjectState& project);
+    // Music files registered after the load: probed, and their waveforms read, in the
+    // background; the composition then takes them in.
+    void loadNewMusicSegments(const TakeManifest& manifest);
     // A rebuild on the next turn of the main loop, for any number of changes before it.
     void scheduleRebuild();
     void refreshMotionTracks(const EditorProjectState& project, bool styleChanged);
@@ -267,6 +271,7 @@ private:
     std::shared_ptr<std::atomic<bool>> frameNumberQueued_ =
         std::make_shared<std::atomic<bool>>(false);
     int pendingLoadTasks_ = 0;
+    std::set<std::string> musicSegmentsSeen_;
     std::stop_source stop_;
     std::shared_ptr<int> alive_ = std::make_shared<int>(0);
     std::unique_ptr<SerialQueue> loadQueue_; // last: its tasks finish before the rest goes

@@ -72,6 +72,16 @@ videoSegmentsOf(const TakeManifest& manifest, MediaTrackManifest::Kind kind, Pro
     return segments;
 }
 
+std::optional<TimelineCompositionMusicSource> musicSourceOf(const std::filesystem::path& url,
+                                                            ProbeCache& probes) {
+    const MediaProbe* probe = probes.probe(url);
+    if (probe == nullptr || probe->firstAudio() == nullptr) {
+        return std::nullopt;
+    }
+    const AudioStreamInfo& audio = *probe->firstAudio();
+    return TimelineCompositionMusicSource{url, audio, probe->lengthOf(audio)};
+}
+
 } // namespace
 
 std::vector<TimelineCompositionVideoSegment>
@@ -123,14 +133,17 @@ std::optional<TimelineCompositionSource> TimelineCompositionSource::load(
                  replaced != microphoneURLOverrides.end() ? replaced->second : segment.url);
     }
     for (const auto& segment : manifest.segmentsFor(Kind::music)) {
-        const MediaProbe* probe = probes.probe(segment.url);
-        if (probe == nullptr || probe->firstAudio() == nullptr) {
-            continue;
+        if (auto music = musicSourceOf(segment.url, probes)) {
+            source.musicSources[segment.id] = std::move(*music);
         }
-        const AudioStreamInfo& audio = *probe->firstAudio();
-        source.musicSources[segment.id] = {segment.url, audio, probe->lengthOf(audio)};
     }
     return source;
+}
+
+std::optional<TimelineCompositionMusicSource>
+TimelineCompositionSource::loadMusicSource(const std::filesystem::path& url) {
+    ProbeCache probes;
+    return musicSourceOf(url, probes);
 }
 
 std::vector<TimelineCompositionExternalAudioSource>

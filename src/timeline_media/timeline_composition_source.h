@@ -78,6 +78,10 @@ struct TimelineCompositionSource {
     static std::vector<TimelineCompositionVideoSegment>
     loadVideoSegments(const TakeManifest& manifest, MediaTrackManifest::Kind kind);
 
+    // One music file as the music track plays it; absent when it holds no readable audio.
+    static std::optional<TimelineCompositionMusicSource>
+    loadMusicSource(const std::filesystem::path& url);
+
     std::vector<TimelineCompositionExternalAudioSource>
     audioSourcesFor(TimelineCompositionAudioRole role) const;
 

@@ -377,6 +377,35 @@ TEST_F(PlaybackModelTest, ReloadingDropsTheResultsOfTheEarlierLoad) {
     EXPECT_FALSE(model.cameraNaturalSize().value().has_value());
 }
 
+TEST_F(PlaybackModelTest, MusicAddedWhileOpenIsHeardAndDrawnAndAnUnreadableFileIsNot) {
+    auto harness = loaded();
+    PlaybackModel& model = *harness->model;
+    EXPECT_FALSE(model.screenAudioLayout()->musicTrackID);
+    const auto song = folder / "Song.wav";
+    writeAudioFile(song, sineTone(660, 3, 48000, 2), {48000, 2});
+    const auto broken = folder / "Broken.wav";
+    writeTextFile(broken, "not sound");
+
+    EditorStore& store = harness->store;
+    const std::string songID = store.registerMusicSegment(song, 3);
+    const std::string brokenID = store.registerMusicSegment(broken, 3);
+    MusicClip clip;
+    clip.id = Uuid::random();
+    clip.start = EditTime(1);
+    clip.end = EditTime(6);
+    clip.segmentID = songID;
+    clip.title = "Song";
+    ASSERT_TRUE(store.addMusicClip(clip));
+    ASSERT_TRUE(harness->runUntil([&] {
+        return model.musicWaveforms().value().contains(songID) && harness->isSettled() &&
+               model.screenAudioLayout() && model.screenAudioLayout()->musicTrackID;
+    }));
+    EXPECT_NEAR(model.musicWaveforms().value().at(songID).duration, 3.0, 0.05);
+    EXPECT_TRUE(model.screenCompositionSource()->musicSources.contains(songID));
+    EXPECT_FALSE(model.screenCompositionSource()->musicSources.contains(brokenID));
+    EXPECT_FALSE(model.musicWaveforms().value().contains(brokenID));
+}
+
 TEST_F(PlaybackModelTest, AnUnplayableScreenLeavesTheDocumentOpenWithoutPlaying) {
     const auto broken = folder / "broken" / "Broken.mp4";
     writeTextFile(broken, "not a movie");
