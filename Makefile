@@ -7,7 +7,8 @@ DEMO_DIR ?= build/demo
 JOBS ?= $(shell nproc)
 export JOBS
 
-.PHONY: all bootstrap configure build test demo asan-test bench fuzz format tidy clean llm-helper
+.PHONY: all bootstrap configure build test demo asan-test bench fuzz format tidy clean llm-helper \
+	screenshots
 
 all: build
 
@@ -29,6 +30,11 @@ test:
 # scripts/build runs for a whole build or this target, builds that once into third_party/llama).
 llm-helper:
 	@scripts/build $(PRESET) orvelle-llm-helper
+
+# Pictures of every window of the application, made without a display, in
+# build/screenshots/ (over the sample take, made once in build/screenshots-take/).
+screenshots:
+	@scripts/screenshots
 
 asan-test:
 	$(MAKE) test PRESET=asan

@@ -93,3 +93,11 @@ target_link_libraries(orvelle_pipewire INTERFACE ${PIPEWIRE_LINK_LIBRARIES})
 # The desktop portal is reached over the session bus with GDBus (GLib is already there for
 # Pango).
 pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-unix-2.0)
+# The desktop application: Qt 6 Widgets (and Qt Test for its tests), in src/app only.
+if(ORVELLE_BUILD_APP)
+  if(ORVELLE_BUILD_TESTS)
+    find_package(Qt6 6.4 REQUIRED COMPONENTS Widgets Test)
+  else()
+    find_package(Qt6 6.4 REQUIRED COMPONENTS Widgets)
+  endif()
+endif()

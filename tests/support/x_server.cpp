@@ -50,7 +50,7 @@ std::map<std::string, std::string> XvfbServer::environment() const {
     return {{"DISPLAY", display_}, {"XDG_SESSION_TYPE", "x11"}, {"WAYLAND_DISPLAY", ""}};
 }
 
-void XvfbServer::xdotool(const std::vector<std::string>& arguments) const {
+std::string XvfbServer::xdotool(const std::vector<std::string>& arguments) const {
     const auto program = findProgram("xdotool");
     if (!program) {
         throw std::runtime_error("xdotool is not installed (run scripts/bootstrap)");
@@ -59,6 +59,7 @@ void XvfbServer::xdotool(const std::vector<std::string>& arguments) const {
     if (result.status != 0) {
         throw std::runtime_error("xdotool failed: " + result.err);
     }
+    return result.out;
 }
 
 } // namespace orvelle::testing

@@ -22,8 +22,9 @@ public:
     const std::string& display() const { return display_; }
     // What a program started for this server needs: DISPLAY, and an X11 session type.
     std::map<std::string, std::string> environment() const;
-    // Runs xdotool against this server; throws std::runtime_error when it fails.
-    void xdotool(const std::vector<std::string>& arguments) const;
+    // Runs xdotool against this server and returns what it printed; throws
+    // std::runtime_error when it fails (a search that finds nothing fails too).
+    std::string xdotool(const std::vector<std::string>& arguments) const;
 
 private:
     std::unique_ptr<ChildProcess> process_;

@@ -1,0 +1,79 @@
+#pragma once
+
+// The application shell: the start window, the editor windows (one a document), the
+// recent documents, the open dialog and the opening of documents off the main thread,
+// and quitting. A document already open is brought to the front instead of opened twice.
+// Main thread only.
+
+#include "app/background_work.h"
+#include "app/recent_documents.h"
+#include "core/user_defaults.h"
+#include "editor/editor_preset_store.h"
+#include "playback/playback_model.h"
+#include "project/last_editor_settings_store.h"
+
+#include <QPointer>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+class QWidget;
+
+namespace orvelle {
+
+class EditorWindow;
+class StartWindow;
+
+struct ApplicationOptions {
+    std::filesystem::path settingsURL = UserDefaults::defaultURL();
+    std::filesystem::path lastEditorSettingsURL = LastEditorSettingsStore::defaultURL();
+    std::filesystem::path presetsURL = EditorPresetStore::defaultURL();
+    PlaybackModelOptions playback;
+};
+
+class Application {
+public:
+    explicit Application(ApplicationOptions options = {});
+    ~Application();
+    Application(const Application&) = delete;
+    Application& operator=(const Application&) = delete;
+
+    // Opens the document when one is named, the start window otherwise.
+    void start(const std::optional<std::filesystem::path>& document);
+    // Opens what the user picked (a take's movie or manifest, a project, a movie) in a
+    // window of its own, or brings its window forward.
+    void openDocument(const std::filesystem::path& picked);
+    void showOpenDialog(QWidget* parent = nullptr);
+    // Closes every window, asking about unsaved changes unless told not to, then quits.
+    void quit(bool prompt = true);
+
+    StartWindow& startWindow() { return *startWindow_; }
+    std::vector<EditorWindow*> editorWindows() const;
+    RecentDocuments& recentDocuments() { return recents_; }
+    UserDefaults& userDefaults() { return defaults_; }
+    bool isOpening() const { return opening_.has_value(); }
+
+    // Called with each editor window once it is shown.
+    void setOnEditorOpened(std::function<void(EditorWindow&)> handler) {
+        onEditorOpened_ = std::move(handler);
+    }
+
+private:
+    EditorWindow* windowShowing(const std::filesystem::path& url) const;
+    void showEditor(const EditorDocument& document, const std::filesystem::path& opened);
+    void editorClosed();
+
+    ApplicationOptions options_;
+    UserDefaults defaults_;
+    RecentDocuments recents_;
+    std::unique_ptr<StartWindow> startWindow_;
+    std::vector<QPointer<EditorWindow>> editors_;
+    std::optional<std::filesystem::path> opening_;
+    std::function<void(EditorWindow&)> onEditorOpened_;
+    bool quitting_ = false;
+    BackgroundWork work_{"com.orvelle.app.open"};
+};
+
+} // namespace orvelle

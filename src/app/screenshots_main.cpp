@@ -1,0 +1,177 @@
+// orvelle-app-screenshots OUTPUT DOCUMENT: pictures of every window of the application,
+// as PNG files, without a display (the offscreen platform unless one is asked for): the
+// start window, the editor with each page of its inspector, and the dialogs. The
+// application runs as it does for a user, on its own settings in OUTPUT/.state.
+
+#include "app/application.h"
+#include "app/editor_window.h"
+#include "app/inspector.h"
+#include "app/start_window.h"
+#include "app/theme.h"
+#include "editor/clip_lane.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QThread>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+
+namespace fs = std::filesystem;
+using namespace orvelle;
+
+namespace {
+
+bool waitUntil(const std::function<bool()>& predicate, int milliseconds = 60000) {
+    QElapsedTimer timer;
+    timer.start();
+    while (!predicate()) {
+        if (timer.elapsed() > milliseconds) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        QThread::msleep(5);
+    }
+    return true;
+}
+
+void settle(int milliseconds = 150) {
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < milliseconds) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        QThread::msleep(5);
+    }
+}
+
+int written = 0;
+
+void shoot(QWidget& widget, const fs::path& folder, const char* name) {
+    settle();
+    const fs::path file = folder / (std::string(name) + ".png");
+    if (!widget.grab().save(QString::fromStdString(file.string()))) {
+        std::fprintf(stderr, "orvelle-app-screenshots: %s could not be written\n", file.c_str());
+        std::exit(1);
+    }
+    std::printf("%s\n", file.c_str());
+    ++written;
+}
+
+// The editor with everything loaded and a picture on screen.
+bool isSettled(EditorWindow& window) {
+    PlaybackModel& playback = window.playback();
+    return playback.hasCompositionSource().value() && !playback.isLoading() &&
+           !playback.pendingSeekGeneration() && !playback.isReplacingScreenItem() &&
+           playback.currentPreviewFrame() != nullptr && window.thumbnails().isComplete();
+}
+
+// Waits for the preview to show the project as it now stands.
+void awaitFrame(EditorWindow& window) {
+    const uint64_t before = window.playback().previewFrameNumber().value();
+    waitUntil([&] { return window.playback().previewFrameNumber().value() != before; }, 3000);
+    waitUntil([&] { return isSettled(window); }, 20000);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 3) {
+        std::fprintf(stderr, "Usage: orvelle-app-screenshots OUTPUT DOCUMENT\n");
+        return 2;
+    }
+    const fs::path output = fs::absolute(argv[1]);
+    const fs::path document = fs::absolute(argv[2]);
+    fs::create_directories(output);
+    const fs::path state = output / ".state";
+    fs::remove_all(state);
+    fs::create_directories(state);
+    // The application's own settings, not the user's.
+    setenv("XDG_CONFIG_HOME", (state / "config").c_str(), 1);
+    setenv("XDG_DATA_HOME", (state / "data").c_str(), 1);
+    setenv("XDG_CACHE_HOME", (state / "cache").c_str(), 1);
+    if (std::getenv("QT_QPA_PLATFORM") == nullptr) {
+        setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    }
+
+    QApplication application(argc, argv);
+    Theme::apply(application);
+    ApplicationOptions options;
+    options.playback.player.withSound = false;
+    options.playback.player.frameRate = 30;
+    Application shell(options);
+
+    shell.recentDocuments().add(document);
+    shell.startWindow().resize(860, 540);
+    shell.start(std::nullopt);
+    shoot(shell.startWindow(), output, "start-window");
+
+    shell.openDocument(document);
+    if (!waitUntil([&] { return !shell.editorWindows().empty(); })) {
+        std::fprintf(stderr, "orvelle-app-screenshots: %s did not open\n", document.c_str());
+        return 1;
+    }
+    EditorWindow& window = *shell.editorWindows().front();
+    window.resize(1600, 1000);
+    if (!waitUntil([&] { return isSettled(window); })) {
+        std::fprintf(stderr, "orvelle-app-screenshots: %s did not load\n", document.c_str());
+        return 1;
+    }
+    // The editor as it opens, on the look page.
+    window.seekTo(window.playback().editTimeline().duration() * 0.42);
+    awaitFrame(window);
+    shoot(window, output, "editor");
+
+    EditorStore& store = window.store();
+    const EditTime at(window.playback().timelinePlayheadTime().value());
+    const EditTime minimum = window.playback().gestures().laneMinimumClipDuration();
+    const auto page = [&](InspectorPage shown, const char* name,
+                          const std::function<void()>& prepare) {
+        if (prepare) {
+            prepare();
+        }
+        window.inspector().showPage(shown);
+        awaitFrame(window);
+        shoot(window, output, name);
+    };
+    page(InspectorPage::pointer, "editor-pointer", nullptr);
+    page(InspectorPage::clip, "editor-clip",
+         [&] { store.selectTimelineClip(store.project().timeline.clips.front().id); });
+    page(InspectorPage::zoom, "editor-zoom", [&] {
+        if (store.project().animation.zoomClips.empty()) {
+            store.addAnimationClip(at, store.project().screen.zoomScale, minimum);
+        } else {
+            store.select(store.project().animation.zoomClips.front().id, animationLane);
+        }
+    });
+    page(InspectorPage::camera, "editor-camera", [&] { store.addCameraLayoutClip(at, minimum); });
+    page(InspectorPage::mask, "editor-mask", [&] {
+        store.addMaskClip(EditTime(at.seconds + 4), minimum);
+        store.updateSelectedMaskClip(
+            [](MaskClip& clip) { clip.borderStyle = MaskBorder::Style::comet; });
+    });
+    page(InspectorPage::text, "editor-text", [&] {
+        store.addTextClip(at, minimum);
+        store.updateSelectedTextClip(
+            [](TextClip& clip) { clip.text = "Adding a function, step by step"; });
+    });
+    page(InspectorPage::music, "editor-music", [&] {
+        store.edit("Select", [](EditorProjectState&, EditorSelectionState& s) {
+            s = EditorSelectionState::empty();
+        });
+    });
+    page(InspectorPage::audio, "editor-sound", nullptr);
+    page(InspectorPage::presets, "editor-presets", nullptr);
+    if (window.inspector().page(InspectorPage::transcript) != nullptr) {
+        page(InspectorPage::transcript, "editor-transcript", nullptr);
+    }
+    if (window.inspector().page(InspectorPage::exportMovie) != nullptr) {
+        page(InspectorPage::exportMovie, "editor-export", nullptr);
+    }
+
+    window.closeWithoutPrompt();
+    std::printf("%d pictures in %s\n", written, output.c_str());
+    fs::remove_all(state);
+    return 0;
+}

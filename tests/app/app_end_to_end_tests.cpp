@@ -1,0 +1,201 @@
+// The real application on a private X server and a private sound server, driven with
+// xdotool as a user drives it: keys go to its window, and what it does is read where a
+// user would find it (the window's title, the sound it plays, the project it saves).
+
+#include "core/files.h"
+#include "core/json.h"
+#include "support/child_process.h"
+#include "support/run_program.h"
+#include "support/sound_server.h"
+#include "support/temporary_directory.h"
+#include "support/tiny_take.h"
+#include "support/x_server.h"
+
+#include <gtest/gtest.h>
+#include <chrono>
+#include <cmath>
+#include <thread>
+
+namespace orvelle {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+// The edit as the package on disk holds it: the main lane's clips as source ranges.
+struct SavedClip {
+    double start = 0;
+    double end = 0;
+};
+
+std::vector<SavedClip> savedClips(const fs::path& package) {
+    const Json project = parseJson(readFile(package / "project.json"));
+    std::vector<SavedClip> clips;
+    for (const Json& clip : project.at("project").at("timeline").at("clips")) {
+        clips.push_back({clip.at("start").get<double>(), clip.at("end").get<double>()});
+    }
+    return clips;
+}
+
+double rootMeanSquare(const std::vector<float>& samples) {
+    double sum = 0;
+    for (const float sample : samples) {
+        sum += double(sample) * sample;
+    }
+    return samples.empty() ? 0 : std::sqrt(sum / double(samples.size()));
+}
+
+class ApplicationEndToEndTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        testing::TinyTakeOptions options;
+        options.width = 320;
+        options.height = 180;
+        options.seconds = 4;
+        const testing::TinyTake take = testing::writeTinyTake(folder_ / "take", options);
+        package_ = folder_ / "Tiny.orvelle";
+        const auto saved = testing::runProgram(testing::orvelleBinary(),
+                                               {"project", "save", take.manifestURL.string(),
+                                                package_.string()});
+        ASSERT_EQ(saved.status, 0) << saved.err;
+
+        std::map<std::string, std::string> environment = display_.environment();
+        environment.merge(sound_.environment());
+        // The application's own settings and caches, not the user's.
+        environment["QT_QPA_PLATFORM"] = "xcb";
+        environment["XDG_CONFIG_HOME"] = (folder_ / "config").string();
+        environment["XDG_DATA_HOME"] = (folder_ / "data").string();
+        environment["XDG_CACHE_HOME"] = (folder_ / "cache").string();
+        environment["XDG_RUNTIME_DIR"] = (folder_ / "runtime").string();
+        fs::create_directories(folder_ / "runtime");
+        fs::permissions(folder_ / "runtime", fs::perms::owner_all, fs::perm_options::replace);
+        application_ = std::make_unique<testing::ChildProcess>(
+            ORVELLE_APP, std::vector<std::string>{package_.string()}, environment);
+        ASSERT_TRUE(testing::waitUntil(
+            [&] {
+                try {
+                    const std::string found =
+                        display_.xdotool({"search", "--onlyvisible", "--name", "^Tiny"});
+                    window_ = found.substr(0, found.find('\n'));
+                    return !window_.empty();
+                } catch (const std::runtime_error&) {
+                    return false; // not yet
+                }
+            },
+            60s))
+            << "the editor window never showed";
+    }
+
+    std::string title() const {
+        std::string name = display_.xdotool({"getwindowname", window_});
+        while (!name.empty() && name.back() == '\n') {
+            name.pop_back();
+        }
+        return name;
+    }
+    bool titleShowsEdited() const { return title().find('*') != std::string::npos; }
+
+    // Keys as a user types them into the editor: there is no window manager, so the
+    // window is given the focus and the pointer first.
+    void key(const std::vector<std::string>& keys) const {
+        display_.xdotool({"windowfocus", "--sync", window_});
+        display_.xdotool({"mousemove", "--window", window_, "200", "200"});
+        std::vector<std::string> arguments{"key", "--delay", "60"};
+        arguments.insert(arguments.end(), keys.begin(), keys.end());
+        display_.xdotool(arguments);
+    }
+
+    bool waitFor(const std::function<bool()>& predicate, std::chrono::milliseconds wait) const {
+        return testing::waitUntil(predicate, wait);
+    }
+
+    // Ctrl+S, then the clips of the package once the title says it is saved.
+    std::vector<SavedClip> saveAndRead() {
+        key({"ctrl+s"});
+        EXPECT_TRUE(waitFor([&] { return !titleShowsEdited(); }, 20s))
+            << "still unsaved: " << title();
+        return savedClips(package_);
+    }
+
+    testing::TemporaryDirectory folder_;
+    testing::XvfbServer display_{1600, 1000};
+    testing::PrivateSoundServer sound_;
+    fs::path package_;
+    std::unique_ptr<testing::ChildProcess> application_;
+    std::string window_;
+};
+
+TEST_F(ApplicationEndToEndTest, KeysSplitDeleteUndoAndRedoTheSavedEdit) {
+    ASSERT_EQ(savedClips(package_).size(), 1u);
+    // Two seconds in, then S. Until the take has loaded there is nothing to split, so
+    // the keys are sent again until the title says the document changed.
+    const bool split = waitFor(
+        [&] {
+            key({"Home", "shift+Right", "shift+Right"});
+            std::this_thread::sleep_for(300ms); // the seek lands
+            key({"s"});
+            return waitFor([&] { return titleShowsEdited(); }, 5s);
+        },
+        60s);
+    ASSERT_TRUE(split) << "S never split the clip: " << title()
+    auto clips = saveAndRead();
+    ASSERT_EQ(clips.size(), 2u);
+    EXPECT_NEAR(clips[0].start, 0, 1e-6);
+    EXPECT_NEAR(clips[0].end, 2, 0.05);
+    EXPECT_NEAR(clips[1].start, clips[0].end, 1e-6);
+    EXPECT_NEAR(clips[1].end, 4, 0.05);
+
+    // The split selects the second half: Delete takes it out.
+    key({"Delete"});
+    ASSERT_TRUE(waitFor([&] { return titleShowsEdited(); }, 10s));
+    clips = saveAndRead();
+    ASSERT_EQ(clips.size(), 1u);
+    EXPECT_NEAR(clips[0].end, 2, 0.05);
+
+    // Undo brings the half back, a second undo the whole clip; redo splits again.
+    key({"ctrl+z"});
+    ASSERT_TRUE(waitFor([&] { return titleShowsEdited(); }, 10s));
+    EXPECT_EQ(saveAndRead().size(), 2u);
+    key({"ctrl+z"});
+    ASSERT_TRUE(waitFor([&] { return titleShowsEdited(); }, 10s));
+    clips = saveAndRead();
+    ASSERT_EQ(clips.size(), 1u);
+    EXPECT_NEAR(clips[0].end, 4, 0.05);
+    key({"ctrl+shift+z"});
+    ASSERT_TRUE(waitFor([&] { return titleShowsEdited(); }, 10s));
+    EXPECT_EQ(saveAndRead().size(), 2u);
+}
+
+TEST_F(ApplicationEndToEndTest, SpacePlaysTheTakeAloudAndPausesIt) {
+    // The take's microphone is a steady tone: playing it sounds on the sound server.
+    sound_.startRecording();
+    std::this_thread::sleep_for(1500ms);
+    const double before = rootMeanSquare(sound_.stopRecording());
+    EXPECT_LT(before, 0.001) << "sound before anything was played";
+
+    const bool played = waitFor(
+        [&] {
+            sound_.startRecording();
+            key({"Home", "space"});
+            std::this_thread::sleep_for(1500ms);
+            const double level = rootMeanSquare(sound_.stopRecording());
+            if (level > 0.01) {
+                return true;
+            }
+            return false;
+        },
+        60s);
+    ASSERT_TRUE(played) << "space never played the take aloud";
+
+    // Space again pauses: the sound stops (the sink's latency aside).
+    key({"space"});
+    std::this_thread::sleep_for(500ms);
+    sound_.startRecording();
+    std::this_thread::sleep_for(1000ms);
+    EXPECT_LT(rootMeanSquare(sound_.stopRecording()), 0.001) << "still sounding after the pause";
+    // Playing changes nothing of the edit.
+    EXPECT_FALSE(titleShowsEdited()) << title();
+}
+
+} // namespace
+} // namespace orvelle
