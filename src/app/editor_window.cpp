@@ -1,5 +1,6 @@
 #include "app/editor_window.h"
 
+#include "app/export_panel.h"
 #include "app/icons.h"
 #include "app/inspector_controls.h"
 #include "app/preview_view.h"
@@ -55,6 +56,7 @@ EditorWindow::EditorWindow(const EditorDocument& document, EditorWindowServices 
     setWindowIcon(applicationIcon());
     setAcceptDrops(false);
     playback_ = std::make_unique<PlaybackModel>(store_, mainExecutor(), services_.playback);
+    exporter_ = std::make_unique<WindowExportController>(store_, [this] { return exportSnapshot(); });
     buildInterface();
     buildMenus();
     restoreWindowState();
@@ -88,6 +90,12 @@ EditorWindow::EditorWindow(const EditorDocument& document, EditorWindowServices 
         transport_->refreshDuration();
     });
 
+    exportStatusSubscription_ =
+        exporter_->statusText().observe([this](const std::optional<std::string>& text) {
+            if (text) {
+                showStatus(qString(*text));
+            }
+        });
     playback_->load(document_);
     loadSourceInformation();
     watchLoading();
@@ -98,7 +106,29 @@ EditorWindow::EditorWindow(const EditorDocument& document, EditorWindowServices 
 EditorWindow::~EditorWindow() {
     // The widgets watch the playback model: they go first.
     delete takeCentralWidget();
+    exporter_.reset();
     playback_.reset();
+}
+
+std::optional<ExportSnapshot> EditorWindow::exportSnapshot() const {
+    if (!playback_->hasCompositionSource().value()) {
+        return std::nullopt;
+    }
+    ExportSnapshot snapshot;
+    snapshot.project = store_.project();
+    const auto screens = snapshot.project.manifest.segmentsFor(MediaTrackManifest::Kind::screen);
+    if (screens.empty()) {
+        return std::nullopt;
+    }
+    snapshot.sourceURL = screens.front().url;
+    snapshot.sourceSize = sourceSize_;
+    snapshot.timelineClips = snapshot.project.timeline.clips;
+    return snapshot;
+}
+
+void EditorWindow::showExportPanel() {
+    inspector_->showPage(InspectorPage::exportMovie);
+    exportPanel_->exportButton().setFocus();
 }
 
 void EditorWindow::buildInterface() {
@@ -128,6 +158,7 @@ void EditorWindow::buildInterface() {
     exportButton_->setProperty("primary", true);
     exportButton_->setFocusPolicy(Qt::NoFocus);
     exportButton_->setToolTip(QStringLiteral("Export the movie (Ctrl+E)"));
+    connect(exportButton_, &QPushButton::clicked, this, [this] { showExportPanel(); });
     headerLayout->addWidget(exportButton_);
     layout->addWidget(header);
     auto* rule = new QWidget(central);
@@ -171,6 +202,13 @@ void EditorWindow::buildInterface() {
         .addMusicFile = [this](double at) { addMusicFile(at); },
     };
     inspector_ = new Inspector(std::move(context), horizontalSplitter_);
+    exportPanel_ = new ExportPanel(ExportPanel::Context{
+        .store = &store_,
+        .controller = exporter_.get(),
+        .movieName = [this] { return document_.displayTitle(); },
+        .showStatus = [this](const QString& text) { showStatus(text); },
+    });
+    inspector_->setPage(InspectorPage::exportMovie, exportPanel_);
     horizontalSplitter_->addWidget(inspector_);
     horizontalSplitter_->setStretchFactor(0, 1);
     horizontalSplitter_->setStretchFactor(1, 0);
@@ -371,6 +409,9 @@ void EditorWindow::buildMenus() {
     add(file, QStringLiteral("&Save"), {QKeySequence::Save}, [this] { save(); });
     add(file, QStringLiteral("Save &As…"), {QKeySequence(QStringLiteral("Ctrl+Shift+S"))},
         [this] { saveAs(); });
+    file->addSeparator();
+    add(file, QStringLiteral("&Export Movie…"), {QKeySequence(QStringLiteral("Ctrl+E"))},
+        [this] { showExportPanel(); });
     file->addSeparator();
     add(file, QStringLiteral("&Close Window"), {QKeySequence(QStringLiteral("Ctrl+W"))},
         [this] { close(); });

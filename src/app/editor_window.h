@@ -8,6 +8,7 @@
 // Main thread only.
 
 #include "app/background_work.h"
+#include "app/window_export.h"
 #include "app/inspector.h"
 #include "app/timeline_thumbnails.h"
 #include "editor/editor_preset_store.h"
@@ -33,6 +34,7 @@ class QToolButton;
 
 namespace orvelle {
 
+class ExportPanel;
 class PreviewView;
 class RecentDocuments;
 class TimelineView;
@@ -65,6 +67,10 @@ public:
     TimelineView& timeline() { return *timeline_; }
     Inspector& inspector() { return *inspector_; }
     TimelineThumbnails& thumbnails() { return thumbnails_; }
+    WindowExportController& exporter() { return *exporter_; }
+    ExportPanel& exportPanel() { return *exportPanel_; }
+    // The export page shown, its Export button ready for Return.
+    void showExportPanel();
 
     // Changes since the last save (or since opening), export settings included.
     bool hasUnsavedChanges() const;
@@ -104,6 +110,7 @@ protected:
 
 private:
     void buildInterface();
+    std::optional<ExportSnapshot> exportSnapshot() const;
     QWidget* buildTimelinePanel(QWidget* parent);
     void buildMenus();
     void loadSourceInformation();
@@ -121,6 +128,7 @@ private:
     EditorWindowServices services_;
     EditorStore store_;
     std::unique_ptr<PlaybackModel> playback_;
+    std::unique_ptr<WindowExportController> exporter_;
     TimelineThumbnails thumbnails_;
     BackgroundWork work_{"com.orvelle.editor.files"};
 
@@ -134,6 +142,7 @@ private:
     TransportBar* transport_ = nullptr;
     TimelineView* timeline_ = nullptr;
     Inspector* inspector_ = nullptr;
+    ExportPanel* exportPanel_ = nullptr;
     QSplitter* verticalSplitter_ = nullptr;
     QSplitter* horizontalSplitter_ = nullptr;
     QLabel* titleLabel_ = nullptr;
@@ -153,6 +162,7 @@ private:
     Subscription undoSubscription_;
     Subscription redoSubscription_;
     Subscription sourceSubscription_;
+    Subscription exportStatusSubscription_;
 };
 
 } // namespace orvelle

@@ -126,7 +126,7 @@ QComboBox {
 QComboBox:hover { background: #33343c; }
 QComboBox QAbstractItemView { background: @panel; border: 1px solid @separator; selection-background-color: @accent; outline: 0; }
 QComboBox::drop-down { border: none; width: 18px; }
-QComboBox::down-arrow { image: none; border-left: 4px solid transparent; border-right: 4px solid transparent; border-top: 5px solid @secondary; margin-right: 6px; }
+QComboBox::down-arrow { width: 8px; height: 8px; margin-right: 8px; }
 QLineEdit, QPlainTextEdit, QTextEdit, QDoubleSpinBox, QSpinBox {
   background: #141519; border: 1px solid @separator; border-radius: 6px; padding: 4px 6px;
   selection-background-color: @accent;

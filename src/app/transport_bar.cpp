@@ -58,6 +58,7 @@ TransportBar::TransportBar(PlaybackModel& playback, Actions actions, QWidget* pa
     timesLayout->setSpacing(6);
     timesLayout->addWidget(timeLabel_);
     timesLayout->addWidget(durationLabel_);
+    timesLayout->addStretch(1);
     times->setMinimumWidth(200);
     layout->addWidget(times, 1, Qt::AlignLeft | Qt::AlignVCenter);
 

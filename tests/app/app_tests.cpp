@@ -4,11 +4,14 @@
 
 #include "app/application.h"
 #include "app/editor_window.h"
+#include "app/window_export.h"
+#include "app/export_panel.h"
 #include "app/inspector.h"
 #include "app/inspector_controls.h"
 #include "app/preview_view.h"
 #include "app/timeline_view.h"
 #include "platform/image/bitmap.h"
+#include "platform/media/media_probe.h"
 #include "playback/composition_player.h"
 #include "support/run_program.h"
 #include "support/temporary_directory.h"
@@ -17,7 +20,10 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QProgressBar>
+#include <QPushButton>
 #include <QApplication>
+#include <QComboBox>
 #include <QElapsedTimer>
 #include <QSlider>
 #include <QStyle>
@@ -222,6 +228,97 @@ TEST_F(EditorWindowTest, APanelsSliderChangesTheNextPreviewPictureAndUndoBringsI
     EXPECT_LT(meanDifference(before->picture, restored->picture), 0.5);
 }
 
+// The export page writes the movie of the edit as it stood when Export was pressed: the
+// panel's choices set the format and the size, and an edit made meanwhile is named.
+TEST_F(EditorWindowTest, TheExportPanelWritesTheMovieOfTheEditAsItStoodWhenStarted) {
+    EditorStore& store = window_->store();
+    // Home is the test's own: the Desktop location is under it.
+    qputenv("HOME", QByteArray::fromStdString((folder_ / "home").string()));
+    window_->showExportPanel();
+    ExportPanel& panel = window_->exportPanel();
+    // Cut the take to its first three seconds, then export at the first size on offer.
+    store.splitTimelineClip(SourceTime(3));
+    store.deleteTimelineClip(store.project().timeline.clips.back().id);
+    const fs::path planned = panel.plannedOutputURL();
+    EXPECT_EQ(planned.filename(), "Tiny Take.mp4");
+    EXPECT_EQ(planned.parent_path(), folder_ / "home" / "Desktop");
+    QComboBox* size = nullptr;
+    for (auto* choice : panel.findChildren<QComboBox*>()) {
+        if (choice->accessibleName() == QStringLiteral("Size")) {
+            size = choice;
+        }
+    }
+    ASSERT_NE(size, nullptr);
+    size->setCurrentIndex(0); // 1280 x 720
+
+    QTest::keyClick(&panel.exportButton(), Qt::Key_Return);
+    ASSERT_TRUE(window_->exporter().isExporting().value());
+    EXPECT_FALSE(panel.exportButton().isEnabled()) << "one export at a time";
+    EXPECT_FALSE(panel.cancelButton().isHidden());
+    // An edit while it renders: the movie is of the snapshot, and says so.
+    store.splitTimelineClip(SourceTime(1));
+    ASSERT_TRUE(waitUntil([&] { return !window_->exporter().isExporting().value(); }, 120000));
+    EXPECT_EQ(panel.resultText(), QStringLiteral("Rendered previous edit"));
+    EXPECT_EQ(panel.progressBar().value(), 1000);
+
+    const MediaProbe movie = probeMediaFile(planned);
+    ASSERT_NE(movie.firstVideo(), nullptr);
+    EXPECT_EQ(movie.firstVideo()->codedWidth, 1280);
+    EXPECT_EQ(movie.firstVideo()->codedHeight, 720);
+    EXPECT_NEAR(movie.duration, 3.0, 0.1) << "the cut take, not the whole one";
+    // The next export goes beside it, and the format's choice gives the extension.
+    EXPECT_EQ(panel.plannedOutputURL().filename(), "Tiny Take 2.mp4");
+    store.edit("Export Format", [](EditorProjectState& p, EditorSelectionState&) {
+        p.exportSettings = ProjectExportSettings{};
+        p.exportSettings->format = "mov";
+    });
+    EXPECT_EQ(panel.plannedOutputURL().filename(), "Tiny Take.mov");
+}
+
+// The controller alone: a cancelled run leaves no file and says "Canceled" until its
+// status clears; a status that a newer run replaced is not cleared by an older timer.
+TEST_F(EditorWindowTest, ACancelledExportLeavesNoFileAndStatusesClearThemselves) {
+    WindowExportOptions options;
+    options.statusClearDelay = std::chrono::milliseconds(300);
+    std::optional<ExportSnapshot> snapshot;
+    WindowExportController controller(
+        window_->store(), [&] { return snapshot; }, options);
+    ExportRequest request;
+    request.outputURL = folder_ / "out" / "Cancelled.MP4";
+    request.outputWidth = 640;
+    request.outputHeight = 360;
+    fs::create_directories(folder_ / "out");
+    EXPECT_FALSE(controller.start(request)) << "nothing starts without a snapshot";
+    EXPECT_FALSE(controller.isExporting().value());
+
+    snapshot = ExportSnapshot{};
+    snapshot->project = window_->store().project();
+    snapshot->sourceURL = take_.screenURL;
+    snapshot->sourceSize = VideoSize{320, 180};
+    snapshot->timelineClips = snapshot->project.timeline.clips;
+    ASSERT_TRUE(controller.start(request));
+    controller.cancel();
+    EXPECT_FALSE(controller.isExporting().value());
+    EXPECT_EQ(controller.statusText().value(), std::optional<std::string>("Canceled"));
+    EXPECT_EQ(controller.progress().value(), 0);
+
+    // A new run (which waits for the cancelled one to end) replaces the status before the
+    // old timer fires, and the old timer leaves the new status alone.
+    request.outputURL = folder_ / "out" / "Finished.mov";
+    request.fileType = RenderExportFileType::mp4; // the extension follows the format
+    ASSERT_TRUE(controller.start(request));
+    EXPECT_FALSE(fs::exists(folder_ / "out" / "Cancelled.MP4"));
+    EXPECT_FALSE(fs::exists(folder_ / "out" / "Cancelled.mp4"));
+    waitUntil([&] { return !controller.isExporting().value(); }, 500);
+    EXPECT_TRUE(controller.statusText().value().has_value());
+    ASSERT_TRUE(waitUntil([&] { return !controller.isExporting().value(); }, 120000));
+    EXPECT_EQ(controller.statusText().value(), std::optional<std::string>("Saved Finished.mp4"));
+    EXPECT_TRUE(fs::exists(folder_ / "out" / "Finished.mp4"));
+    EXPECT_EQ(controller.renderedURL().value(), folder_ / "out" / "Finished.mp4");
+    EXPECT_TRUE(waitUntil([&] { return !controller.statusText().value(); }, 3000))
+        << "the status clears itself";
+}
+
 // The pictures of `make screenshots`, made of a tiny take: one for each window and page,
 // each of its window's size, each showing more than a blank window.
 TEST(ScreenshotsTest, EveryWindowAndPageIsPictured) {
@@ -237,7 +334,8 @@ TEST(ScreenshotsTest, EveryWindowAndPageIsPictured) {
     ASSERT_EQ(made.status, 0) << made.err;
     const std::vector<std::string> editorPages{
         "editor",      "editor-pointer", "editor-clip",  "editor-zoom",  "editor-camera",
-        "editor-mask", "editor-text",    "editor-music", "editor-sound", "editor-presets"};
+        "editor-mask", "editor-text",    "editor-music", "editor-sound", "editor-presets",
+        "editor-export"};
     const Bitmap start = readPNG(folder / "shots" / "start-window.png");
     EXPECT_EQ(start.width(), 860);
     EXPECT_EQ(start.height(), 540);
