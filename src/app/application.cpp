@@ -127,6 +127,7 @@ void Application::showEditor(const EditorDocument& document, const fs::path& ope
         .lastSettings = LastEditorSettingsStore(options_.lastEditorSettingsURL),
         .presets = EditorPresetStore(options_.presetsURL),
         .playback = options_.playback,
+        .transcriptProcessing = options_.transcriptProcessing,
         .openDocument = [this](const fs::path& path) { openDocument(path); },
         .showOpenDialog = [this] { showOpenDialog(); },
         .closed = [this] { editorClosed(); },

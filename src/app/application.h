@@ -11,6 +11,7 @@
 #include "editor/editor_preset_store.h"
 #include "playback/playback_model.h"
 #include "project/last_editor_settings_store.h"
+#include "transcript_edit/transcript_processing.h"
 
 #include <QPointer>
 #include <filesystem>
@@ -31,6 +32,7 @@ struct ApplicationOptions {
     std::filesystem::path lastEditorSettingsURL = LastEditorSettingsStore::defaultURL();
     std::filesystem::path presetsURL = EditorPresetStore::defaultURL();
     PlaybackModelOptions playback;
+    EditorTranscriptProcessingOptions transcriptProcessing;
 };
 
 class Application {

@@ -7,6 +7,7 @@
 #include "app/recent_documents.h"
 #include "app/theme.h"
 #include "app/timeline_view.h"
+#include "app/transcript_panel.h"
 #include "app/transport_bar.h"
 #include "core/log.h"
 #include "core/user_defaults.h"
@@ -56,7 +57,10 @@ EditorWindow::EditorWindow(const EditorDocument& document, EditorWindowServices 
     setWindowIcon(applicationIcon());
     setAcceptDrops(false);
     playback_ = std::make_unique<PlaybackModel>(store_, mainExecutor(), services_.playback);
-    exporter_ = std::make_unique<WindowExportController>(store_, [this] { return exportSnapshot(); });
+    exporter_ =
+        std::make_unique<WindowExportController>(store_, [this] { return exportSnapshot(); });
+    transcript_ = std::make_unique<EditorTranscriptController>(*playback_, mainExecutor(),
+                                                               services_.transcriptProcessing);
     buildInterface();
     buildMenus();
     restoreWindowState();
@@ -97,6 +101,7 @@ EditorWindow::EditorWindow(const EditorDocument& document, EditorWindowServices 
             }
         });
     playback_->load(document_);
+    transcript_->prepare();
     loadSourceInformation();
     watchLoading();
     refreshTitle();
@@ -106,6 +111,7 @@ EditorWindow::EditorWindow(const EditorDocument& document, EditorWindowServices 
 EditorWindow::~EditorWindow() {
     // The widgets watch the playback model: they go first.
     delete takeCentralWidget();
+    transcript_.reset();
     exporter_.reset();
     playback_.reset();
 }
@@ -209,6 +215,8 @@ void EditorWindow::buildInterface() {
         .showStatus = [this](const QString& text) { showStatus(text); },
     });
     inspector_->setPage(InspectorPage::exportMovie, exportPanel_);
+    transcriptPanel_ = new TranscriptPanel(*transcript_);
+    inspector_->setPage(InspectorPage::transcript, transcriptPanel_);
     horizontalSplitter_->addWidget(inspector_);
     horizontalSplitter_->setStretchFactor(0, 1);
     horizontalSplitter_->setStretchFactor(1, 0);

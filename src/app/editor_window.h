@@ -8,15 +8,16 @@
 // Main thread only.
 
 #include "app/background_work.h"
-#include "app/window_export.h"
 #include "app/inspector.h"
 #include "app/timeline_thumbnails.h"
+#include "app/window_export.h"
 #include "editor/editor_preset_store.h"
 #include "editor/editor_store.h"
 #include "playback/playback_model.h"
 #include "project/editor_document.h"
 #include "project/last_editor_settings_store.h"
 #include "project/media_asset_metadata.h"
+#include "transcript_edit/editor_transcript_controller.h"
 
 #include <QMainWindow>
 #include <filesystem>
@@ -38,6 +39,7 @@ class ExportPanel;
 class PreviewView;
 class RecentDocuments;
 class TimelineView;
+class TranscriptPanel;
 class TransportBar;
 class UserDefaults;
 
@@ -47,6 +49,8 @@ struct EditorWindowServices {
     LastEditorSettingsStore lastSettings;
     EditorPresetStore presets;
     PlaybackModelOptions playback;
+    // Where the speech models are (absent: the installed ones).
+    EditorTranscriptProcessingOptions transcriptProcessing;
     std::function<void(const std::filesystem::path&)> openDocument;
     std::function<void()> showOpenDialog;
     // After the window has closed; it is deleted later.
@@ -69,6 +73,8 @@ public:
     TimelineThumbnails& thumbnails() { return thumbnails_; }
     WindowExportController& exporter() { return *exporter_; }
     ExportPanel& exportPanel() { return *exportPanel_; }
+    EditorTranscriptController& transcript() { return *transcript_; }
+    TranscriptPanel& transcriptPanel() { return *transcriptPanel_; }
     // The export page shown, its Export button ready for Return.
     void showExportPanel();
 
@@ -129,6 +135,7 @@ private:
     EditorStore store_;
     std::unique_ptr<PlaybackModel> playback_;
     std::unique_ptr<WindowExportController> exporter_;
+    std::unique_ptr<EditorTranscriptController> transcript_;
     TimelineThumbnails thumbnails_;
     BackgroundWork work_{"com.orvelle.editor.files"};
 
@@ -143,6 +150,7 @@ private:
     TimelineView* timeline_ = nullptr;
     Inspector* inspector_ = nullptr;
     ExportPanel* exportPanel_ = nullptr;
+    TranscriptPanel* transcriptPanel_ = nullptr;
     QSplitter* verticalSplitter_ = nullptr;
     QSplitter* horizontalSplitter_ = nullptr;
     QLabel* titleLabel_ = nullptr;

@@ -8,6 +8,7 @@
 #include "app/inspector.h"
 #include "app/start_window.h"
 #include "app/theme.h"
+#include "app/transcript_panel.h"
 #include "editor/clip_lane.h"
 
 #include <QApplication>
@@ -163,9 +164,19 @@ int main(int argc, char** argv) {
     });
     page(InspectorPage::audio, "editor-sound", nullptr);
     page(InspectorPage::presets, "editor-presets", nullptr);
-    if (window.inspector().page(InspectorPage::transcript) != nullptr) {
-        page(InspectorPage::transcript, "editor-transcript", nullptr);
-    }
+    // The transcript with two words cut (their marker) and a few selected, when it has one.
+    page(InspectorPage::transcript, "editor-transcript", [&] {
+        EditorTranscriptController& transcript = window.transcript();
+        if (!transcript.hasTranscript().value() ||
+            transcript.visibleTranscript().value().wordRanges.size() < 16) {
+            return;
+        }
+        transcript.cutWordRange(TranscriptTokenIDRange::words(4, 5));
+        const auto& words = transcript.visibleTranscript().value().wordRanges;
+        const auto& first = words[10].range;
+        const auto& last = words[13].range;
+        window.transcriptPanel().selectCharacters(first.location, last.location + last.length);
+    });
     if (window.inspector().page(InspectorPage::exportMovie) != nullptr) {
         page(InspectorPage::exportMovie, "editor-export", nullptr);
     }

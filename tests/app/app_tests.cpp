@@ -4,31 +4,34 @@
 
 #include "app/application.h"
 #include "app/editor_window.h"
-#include "app/window_export.h"
 #include "app/export_panel.h"
 #include "app/inspector.h"
 #include "app/inspector_controls.h"
 #include "app/preview_view.h"
 #include "app/timeline_view.h"
+#include "app/transcript_panel.h"
+#include "app/window_export.h"
 #include "platform/image/bitmap.h"
 #include "platform/media/media_probe.h"
 #include "playback/composition_player.h"
 #include "support/run_program.h"
+#include "support/spoken_take.h"
 #include "support/temporary_directory.h"
 #include "support/tiny_take.h"
 
 #include <gtest/gtest.h>
 
 #include <QAction>
-#include <QProgressBar>
-#include <QPushButton>
 #include <QApplication>
 #include <QComboBox>
 #include <QElapsedTimer>
+#include <QProgressBar>
+#include <QPushButton>
 #include <QSlider>
 #include <QStyle>
 #include <QStyleOptionSlider>
 #include <QTest>
+#include <QTextBrowser>
 #include <QThread>
 #include <cmath>
 #include <cstdlib>
@@ -77,12 +80,17 @@ double meanDifference(const Bitmap& a, const Bitmap& b) {
 
 class EditorWindowTest : public ::testing::Test {
 protected:
-    void SetUp() override {
+    // The take the window opens.
+    virtual testing::TinyTake writeTake() {
         testing::TinyTakeOptions options;
         options.width = 320;
         options.height = 180;
         options.seconds = 4;
-        take_ = testing::writeTinyTake(folder_ / "take", options);
+        return testing::writeTinyTake(folder_ / "take", options);
+    }
+
+    void SetUp() override {
+        take_ = writeTake();
         ApplicationOptions app;
         app.settingsURL = folder_ / "settings.json";
         app.lastEditorSettingsURL = folder_ / "last-editor-settings.json";
@@ -111,6 +119,20 @@ protected:
         waitUntil([&] { return isSettled(*window_); });
         QCoreApplication::processEvents();
         return window_->playback().currentPreviewFrame();
+    }
+
+    // The first settled picture that `accept` takes, within 20 s (a loaded machine draws
+    // late); the last one drawn when none does.
+    std::shared_ptr<const PreviewFrame>
+    frameWhere(const std::function<bool(const PreviewFrame&)>& accept) {
+        std::shared_ptr<const PreviewFrame> frame;
+        waitUntil(
+            [&] {
+                frame = isSettled(*window_) ? window_->playback().currentPreviewFrame() : nullptr;
+                return frame != nullptr && accept(*frame);
+            },
+            20000);
+        return frame ? frame : window_->playback().currentPreviewFrame();
     }
 
     testing::TemporaryDirectory folder_;
@@ -217,14 +239,18 @@ TEST_F(EditorWindowTest, APanelsSliderChangesTheNextPreviewPictureAndUndoBringsI
                         QPoint(padding->width() + 20, handle.y()));
     EXPECT_NEAR(window_->store().project().background.paddingAmount, 0.5, 1e-6);
     EXPECT_EQ(window_->store().undoHistory().undoStack().size(), stepsBefore + 1);
-    const auto padded = nextFrame();
+    const auto padded = frameWhere([&](const PreviewFrame& frame) {
+        return meanDifference(before->picture, frame.picture) > 2.0;
+    });
     ASSERT_NE(padded, nullptr);
     EXPECT_GT(meanDifference(before->picture, padded->picture), 2.0)
         << "more padding shrinks the card on the stage";
 
     window_->action(QStringLiteral("Undo"))->trigger();
     EXPECT_DOUBLE_EQ(window_->store().project().background.paddingAmount, paddingBefore);
-    const auto restored = nextFrame();
+    const auto restored = frameWhere([&](const PreviewFrame& frame) {
+        return meanDifference(before->picture, frame.picture) < 0.5;
+    });
     EXPECT_LT(meanDifference(before->picture, restored->picture), 0.5);
 }
 
@@ -319,6 +345,134 @@ TEST_F(EditorWindowTest, ACancelledExportLeavesNoFileAndStatusesClearThemselves)
         << "the status clears itself";
 }
 
+// The transcript page over a take whose microphone speaks known words at known times:
+// Delete on selected words cuts their stretch out of the timeline as one undo step; the
+// marker left in their place, or Undo, brings them back; a click on a word moves the
+// playhead to it; a cleanup suggestion taken cuts its words.
+class TranscriptPanelTest : public EditorWindowTest {
+protected:
+    // Word indexes: 0 Welcome 1 to 2 the 3 demo. 4 Today 5 we 6 um 7 look 8 at 9 the
+    // 10 the 11 editor.
+    testing::TinyTake writeTake() override {
+        spoken_ = testing::writeSpokenTake(
+            folder_ / "take",
+            testing::passageWords("Welcome to the demo. Today we um look at the the editor."));
+        return spoken_.take;
+    }
+
+    TranscriptPanel& panel() { return window_->transcriptPanel(); }
+    EditorTranscriptController& transcript() { return window_->transcript(); }
+
+    TranscriptCharacterRange characters(int tokenID) {
+        for (const auto& word : transcript().visibleTranscript().value().wordRanges) {
+            if (word.wordID == tokenID) {
+                return word.range;
+            }
+        }
+        ADD_FAILURE() << "word " << tokenID << " is not shown";
+        return {};
+    }
+
+    // The middle of a character of the text view, in its viewport.
+    QPoint pointOf(int character) {
+        QTextCursor cursor(panel().textView().document());
+        cursor.setPosition(character);
+        return panel().textView().cursorRect(cursor).center() + QPoint(3, 0);
+    }
+
+    // Whether some clip of the timeline plays the source instant.
+    bool plays(double source) {
+        for (const auto& clip : window_->store().project().timeline.clips) {
+            if (clip.start.seconds <= source && source < clip.end.seconds) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    QString shownText() { return panel().textView().toPlainText(); }
+
+    testing::SpokenTake spoken_;
+};
+
+TEST_F(TranscriptPanelTest, DeleteCutsTheSelectedWordsAndTheMarkerOrUndoBringsThemBack) {
+    window_->inspector().showPage(InspectorPage::transcript);
+    ASSERT_TRUE(waitUntil([&] { return shownText().startsWith(QStringLiteral("Welcome to")); }))
+        << shownText().toStdString();
+    EXPECT_TRUE(panel().progressBar().isHidden());
+    EXPECT_EQ(panel().transcribeButton().text(), QStringLiteral("Transcribe Again"));
+    EXPECT_FALSE(panel().cutButton().isEnabled()) << "nothing selected yet";
+    const auto& um = spoken_.passage.words[6];
+    const double umMiddle = (um.start + um.end) / 2;
+    ASSERT_TRUE(plays(umMiddle));
+
+    // "um" selected as the mouse would, then Delete in the text: its stretch leaves the
+    // timeline in one step, and the timeline's own Delete (nothing selected there) does not
+    // also act.
+    const TranscriptCharacterRange umCharacters = characters(12);
+    panel().selectCharacters(umCharacters.location, umCharacters.location + umCharacters.length);
+    EXPECT_EQ(transcript().selectedWordRange().value(), (TranscriptTokenIDRange{12, 12}));
+    EXPECT_TRUE(panel().cutButton().isEnabled());
+    const size_t steps = window_->store().undoHistory().undoStack().size();
+    panel().textView().setFocus();
+    QTest::keyClick(&panel().textView(), Qt::Key_Delete);
+    EXPECT_FALSE(plays(umMiddle)) << "the word's stretch is cut";
+    EXPECT_TRUE(plays(spoken_.passage.words[5].start + 0.01)) << "its neighbours stay";
+    EXPECT_TRUE(plays(spoken_.passage.words[7].end - 0.01));
+    EXPECT_EQ(window_->store().undoHistory().undoStack().size(), steps + 1);
+    EXPECT_EQ(window_->store().project().timeline.clips.size(), 2u);
+    ASSERT_TRUE(shownText().contains(QStringLiteral("[1 word cut]"))) << shownText().toStdString();
+    EXPECT_FALSE(shownText().contains(QStringLiteral(" um ")));
+
+    // A click on the marker brings the word back.
+    const auto markers = transcript().visibleTranscript().value().markerRanges;
+    ASSERT_EQ(markers.size(), 1u);
+    QTest::mouseClick(panel().textView().viewport(), Qt::LeftButton, Qt::NoModifier,
+                      pointOf(markers.front().range.location + 2));
+    ASSERT_TRUE(waitUntil([&] { return plays(umMiddle); }, 3000)) << "the marker restores it";
+    EXPECT_TRUE(shownText().contains(QStringLiteral(" um ")));
+
+    // Cut again with Backspace; the Edit menu's Undo restores the text as well.
+    panel().selectCharacters(umCharacters.location, umCharacters.location + umCharacters.length);
+    QTest::keyClick(&panel().textView(), Qt::Key_Backspace);
+    ASSERT_FALSE(plays(umMiddle));
+    window_->action(QStringLiteral("Undo"))->trigger();
+    EXPECT_TRUE(plays(umMiddle));
+    ASSERT_TRUE(waitUntil([&] { return shownText().contains(QStringLiteral(" um ")); }, 3000));
+
+    // A click on "editor" (no selection) puts the playhead on its place in the movie.
+    const auto& editor = spoken_.passage.words[11];
+    const TranscriptCharacterRange editorCharacters = characters(22);
+    QTest::mouseClick(panel().textView().viewport(), Qt::LeftButton, Qt::NoModifier,
+                      pointOf(editorCharacters.location + 1));
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            return std::abs(window_->playback().timelinePlayheadTime().value() - editor.start) <
+                   0.15;
+        },
+        3000))
+        << window_->playback().timelinePlayheadTime().value() << " vs " << editor.start;
+
+    // The cleanup suggestions are on offer with Accept and Dismiss; taking the repeated
+    // "the" cuts the second one.
+    auto buttons = panel().suggestionButtons();
+    ASSERT_GE(buttons.size(), 2u);
+    const auto& secondThe = spoken_.passage.words[10];
+    const auto& suggestions = transcript().cleanupSuggestions().value();
+    const auto repeated = std::find_if(suggestions.begin(), suggestions.end(), [](const auto& s) {
+        return s.kind == TranscriptCleanupSuggestion::Kind::repeatedPhrase;
+    });
+    ASSERT_NE(repeated, suggestions.end());
+    const size_t index = size_t(repeated - suggestions.begin());
+    ASSERT_EQ(buttons[2 * index]->text(), QStringLiteral("Accept"));
+    const size_t offered = suggestions.size();
+    buttons[2 * index]->click();
+    EXPECT_FALSE(plays((secondThe.start + secondThe.end) / 2));
+    EXPECT_TRUE(plays((spoken_.passage.words[9].start + spoken_.passage.words[9].end) / 2));
+    ASSERT_TRUE(
+        waitUntil([&] { return panel().suggestionButtons().size() == 2 * (offered - 1); }, 3000));
+}
+
 // The pictures of `make screenshots`, made of a tiny take: one for each window and page,
 // each of its window's size, each showing more than a blank window.
 TEST(ScreenshotsTest, EveryWindowAndPageIsPictured) {
@@ -333,9 +487,9 @@ TEST(ScreenshotsTest, EveryWindowAndPageIsPictured) {
                                           {{"QT_QPA_PLATFORM", "offscreen"}});
     ASSERT_EQ(made.status, 0) << made.err;
     const std::vector<std::string> editorPages{
-        "editor",      "editor-pointer", "editor-clip",  "editor-zoom",  "editor-camera",
-        "editor-mask", "editor-text",    "editor-music", "editor-sound", "editor-presets",
-        "editor-export"};
+        "editor",        "editor-pointer", "editor-clip",       "editor-zoom",
+        "editor-camera", "editor-mask",    "editor-text",       "editor-music",
+        "editor-sound",  "editor-presets", "editor-transcript", "editor-export"};
     const Bitmap start = readPNG(folder / "shots" / "start-window.png");
     EXPECT_EQ(start.width(), 860);
     EXPECT_EQ(start.height(), 540);
