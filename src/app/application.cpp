@@ -3,10 +3,15 @@
 #include "app/editor_window.h"
 #include "app/start_window.h"
 #include "project/editor_document.h"
+#include "recording/recording_crash_recovery.h"
+#include "recording/recording_scratch_store.h"
 
 #include <QApplication>
+#include <QDesktopServices>
 #include <QFileDialog>
 #include <QMessageBox>
+#include <QPushButton>
+#include <QUrl>
 
 namespace orvelle {
 
@@ -47,11 +52,69 @@ Application::~Application() {
 }
 
 void Application::start(const std::optional<fs::path>& document) {
-    if (document) {
-        openDocument(*document);
-    } else {
-        startWindow_->show();
+    // Takes a crash left unfinished are offered first, one at a time.
+    work_.run<std::vector<RecordingCrashRecovery::AbandonedTake>>(
+        [] { return RecordingCrashRecovery::scanForAbandonedTakes(); },
+        [this, document](std::vector<RecordingCrashRecovery::AbandonedTake> takes) {
+            offerRecovery(std::move(takes), 0, document);
+        },
+        [this, document](const std::string&) { offerRecovery({}, 0, document); });
+}
+
+void Application::offerRecovery(std::vector<RecordingCrashRecovery::AbandonedTake> takes,
+                                size_t next, const std::optional<fs::path>& document) {
+    if (next >= takes.size()) {
+        if (document) {
+            openDocument(*document);
+        } else if (editorWindows().empty() && !opening_) {
+            startWindow_->show();
+        }
+        return;
     }
+    const fs::path screen = takes[next].screenURL;
+    QMessageBox box(QMessageBox::Information,
+                    QStringLiteral("Found a recording from a previous session"),
+                    QStringLiteral("Orvelle closed before this recording could be finished. "
+                                   "Everything captured up to the interruption was kept and can "
+                                   "be recovered."));
+    box.setWindowTitle(QStringLiteral("Orvelle"));
+    box.setObjectName(QStringLiteral("crashRecovery"));
+    QPushButton* open = box.addButton(QStringLiteral("Open in Editor"), QMessageBox::AcceptRole);
+    QPushButton* show = box.addButton(QStringLiteral("Show in Folder"), QMessageBox::ActionRole);
+    QPushButton* remove =
+        box.addButton(QStringLiteral("Delete Recording"), QMessageBox::DestructiveRole);
+    box.setDefaultButton(open);
+    box.exec();
+    const auto* clicked = box.clickedButton();
+    const auto reveal = [](const fs::path& url) {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(qString(url)));
+    };
+    const auto continueWith = [this, takes, next, document] {
+        offerRecovery(takes, next + 1, document);
+    };
+    if (clicked == remove) {
+        RecordingScratchStore::removeRecordingSentinel(screen);
+        RecordingScratchStore::deleteAbandonedTakeDirectory(screen);
+        continueWith();
+        return;
+    }
+    const bool opens = clicked == open;
+    const RecordingCrashRecovery::AbandonedTake take = takes[next];
+    if (!opens && clicked != show) {
+        // Closed without a choice: asked again at the next launch.
+        continueWith();
+        return;
+    }
+    // Recovery probes every file: off the main thread.
+    work_.run<bool>([take] { return RecordingCrashRecovery::recover(take); },
+                    [this, opens, screen, reveal, continueWith](bool recovered) {
+                        if (opens && recovered) {
+                            openDocument(screen);
+                        } else {
+                            reveal(opens ? screen.parent_path() : screen);
+                        }
+                        continueWith();
+                    });
 }
 
 std::vector<EditorWindow*> Application::editorWindows() const {

@@ -11,6 +11,7 @@
 #include "editor/editor_preset_store.h"
 #include "playback/playback_model.h"
 #include "project/last_editor_settings_store.h"
+#include "recording/recording_crash_recovery.h"
 #include "transcript_edit/transcript_processing.h"
 
 #include <QPointer>
@@ -42,7 +43,8 @@ public:
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
 
-    // Opens the document when one is named, the start window otherwise.
+    // Offers each take a crash left unfinished (open, show or delete it), then opens the
+    // document when one is named, the start window otherwise.
     void start(const std::optional<std::filesystem::path>& document);
     // Opens what the user picked (a take's movie or manifest, a project, a movie) in a
     // window of its own, or brings its window forward.
@@ -63,6 +65,8 @@ public:
     }
 
 private:
+    void offerRecovery(std::vector<RecordingCrashRecovery::AbandonedTake> takes, size_t next,
+                       const std::optional<std::filesystem::path>& document);
     EditorWindow* windowShowing(const std::filesystem::path& url) const;
     void showEditor(const EditorDocument& document, const std::filesystem::path& opened);
     void editorClosed();

@@ -106,6 +106,7 @@ int main(int argc, char** argv) {
     shell.recentDocuments().add(document);
     shell.startWindow().resize(860, 540);
     shell.start(std::nullopt);
+    waitUntil([&] { return shell.startWindow().isVisible(); });
     shoot(shell.startWindow(), output, "start-window");
 
     shell.openDocument(document);

@@ -8,12 +8,14 @@
 #include "app/inspector.h"
 #include "app/inspector_controls.h"
 #include "app/preview_view.h"
+#include "app/start_window.h"
 #include "app/timeline_view.h"
 #include "app/transcript_panel.h"
 #include "app/window_export.h"
 #include "platform/image/bitmap.h"
 #include "platform/media/media_probe.h"
 #include "playback/composition_player.h"
+#include "recording/recording_scratch_store.h"
 #include "support/run_program.h"
 #include "support/spoken_take.h"
 #include "support/temporary_directory.h"
@@ -25,6 +27,7 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QElapsedTimer>
+#include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSlider>
@@ -33,8 +36,10 @@
 #include <QTest>
 #include <QTextBrowser>
 #include <QThread>
+#include <QTimer>
 #include <cmath>
 #include <cstdlib>
+#include <fstream>
 #include <set>
 
 namespace orvelle {
@@ -471,6 +476,78 @@ TEST_F(TranscriptPanelTest, DeleteCutsTheSelectedWordsAndTheMarkerOrUndoBringsTh
     EXPECT_TRUE(plays((spoken_.passage.words[9].start + spoken_.passage.words[9].end) / 2));
     ASSERT_TRUE(
         waitUntil([&] { return panel().suggestionButtons().size() == 2 * (offered - 1); }, 3000));
+}
+
+// At launch, takes a crash left unfinished (their sentinel still there, held by no process)
+// are offered one at a time: "Delete Recording" removes the folder, "Open in Editor"
+// finishes the take from its files and opens it; the start window waits until both are
+// answered.
+TEST(CrashRecoveryTest, EachAbandonedTakeIsOfferedAtLaunchAndOpensOrGoes) {
+    testing::TemporaryDirectory folder;
+    const fs::path captures = RecordingScratchStore::capturesDirectory(true);
+    const auto abandon = [&](const std::string& name) {
+        testing::TinyTakeOptions options;
+        options.width = 160;
+        options.height = 90;
+        options.seconds = 2;
+        const fs::path take = captures / name;
+        const testing::TinyTake written = testing::writeTinyTake(take, options);
+        fs::remove(written.manifestURL); // the process died before the manifest
+        const fs::path movie = take / "Tiny Take.mov"; // named as a recording names it
+        fs::rename(written.screenURL, movie);
+        std::ofstream(take / RecordingScratchStore::kSentinelName) << "Tiny Take.mov\n";
+        return movie;
+    };
+    const auto first = abandon("Orvelle Recording 2026-01-02 10.00.00-A");
+    const auto second = abandon("Orvelle Recording 2026-01-02 11.00.00-B");
+
+    ApplicationOptions app;
+    app.settingsURL = folder / "settings.json";
+    app.lastEditorSettingsURL = folder / "last-editor-settings.json";
+    app.presetsURL = folder / "presets.json";
+    app.playback.player.withSound = false;
+    Application shell(app);
+    std::vector<QString> asked;
+    std::vector<QString> answers{QStringLiteral("Delete Recording"),
+                                 QStringLiteral("Open in Editor")};
+    QTimer answering;
+    QObject::connect(&answering, &QTimer::timeout, [&] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (box == nullptr || asked.size() >= answers.size()) {
+            return;
+        }
+        asked.push_back(box->text());
+        EXPECT_FALSE(shell.startWindow().isVisible()) << "the start window waits";
+        for (QAbstractButton* button : box->buttons()) {
+            if (button->text() == answers[asked.size() - 1]) {
+                button->click();
+                return;
+            }
+        }
+        ADD_FAILURE() << "no button " << answers[asked.size() - 1].toStdString();
+    });
+    answering.start(50);
+    ASSERT_EQ(RecordingScratchStore::abandonedRecordingScreenURLs().size(), 2u);
+    shell.start(std::nullopt);
+    ASSERT_TRUE(waitUntil([&] { return !shell.editorWindows().empty(); }, 30000))
+        << asked.size() << " questions asked";
+    ASSERT_EQ(asked.size(), 2u);
+    EXPECT_EQ(asked[0], QStringLiteral("Orvelle closed before this recording could be finished. "
+                                       "Everything captured up to the interruption was kept and "
+                                       "can be recovered."));
+    // The first take (in listing order) went; the second was finished and is open.
+    const auto remaining = RecordingScratchStore::abandonedRecordingScreenURLs();
+    EXPECT_TRUE(remaining.empty());
+    EXPECT_FALSE(fs::exists(first.parent_path())) << "the first deleted";
+    ASSERT_TRUE(fs::exists(second)) << "the second kept";
+    const fs::path kept = second;
+    EXPECT_TRUE(fs::exists(kept.parent_path() / "Tiny Take.take.json")) << "its manifest written";
+    EXPECT_FALSE(fs::exists(kept.parent_path() / RecordingScratchStore::kSentinelName));
+    EditorWindow* window = shell.editorWindows().front();
+    ASSERT_TRUE(waitUntil([&] { return isSettled(*window); }));
+    EXPECT_NEAR(window->playback().editTimeline().duration(), 2, 0.1);
+    window->closeWithoutPrompt();
+    fs::remove_all(captures);
 }
 
 // The pictures of `make screenshots`, made of a tiny take: one for each window and page,
