@@ -364,13 +364,17 @@ InspectorPanel* makeCameraPanel(InspectorContext& context) {
         auto* spot = new QToolButton(grid);
         spot->setCheckable(true);
         spot->setFixedSize(34, 22);
+        spot->setStyleSheet(
+            QStringLiteral("QToolButton { padding: 0px; min-height: 0px; border-radius: 4px; }"
+                           "QToolButton:checked { background: %1; border-color: %1; }")
+                .arg(Theme::accent().name()));
         spot->setToolTip(positionNames()[i]);
         spot->setFocusPolicy(Qt::TabFocus);
         group->addButton(spot, i);
         gridLayout->addWidget(spot, i / 3, i % 3);
         spots.push_back(spot);
     }
-    gridLayout->setColumnStretch(3, 1);
+    grid->setFixedSize(3 * 34 + 2 * 4, 3 * 22 + 2 * 4);
     panel->addRow(QStringLiteral("Position"), grid);
     QObject::connect(group, &QButtonGroup::idClicked, panel, [&store](int index) {
         store.edit("Change Camera Position", [&](EditorProjectState& p, EditorSelectionState&) {

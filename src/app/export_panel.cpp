@@ -13,7 +13,6 @@
 #include <QPushButton>
 #include <QStandardPaths>
 #include <QUrl>
-
 #include <array>
 
 namespace orvelle {
@@ -35,7 +34,7 @@ const QStringList kQualities{QStringLiteral("Standard"), QStringLiteral("High"),
                              QStringLiteral("Best")};
 const std::array<std::string, 3> kQualityNames{"standard", "high", "best"};
 const QStringList kLocations{QStringLiteral("Desktop"), QStringLiteral("Videos"),
-                            QStringLiteral("Choose…")};
+                             QStringLiteral("Choose…")};
 const std::array<std::string, 3> kLocationNames{"desktop", "movies", "choose"};
 
 template <size_t N>
@@ -63,7 +62,8 @@ std::span<const ExportSize> exportSizes() {
 }
 
 ExportPanel::ExportPanel(Context context, QWidget* parent)
-    : InspectorPanel(*context.store, QStringLiteral("Export"), parent), context_(std::move(context)) {
+    : InspectorPanel(*context.store, QStringLiteral("Export"), parent),
+      context_(std::move(context)) {
     const auto choice = [](auto field, const auto& names, int fallback) {
         return [field, &names, fallback](const EditorProjectState& p, const EditorSelectionState&) {
             return std::optional<int>(indexOf(names, settingsOf(p).*field, fallback));
@@ -118,8 +118,9 @@ ExportPanel::ExportPanel(Context context, QWidget* parent)
     destination_->setWordWrap(true);
     addRefresher([this] {
         const bool choose = settingsOf(store().project()).location == "choose";
-        destination_->setText(choose ? QStringLiteral("You choose the file when you export.")
-                                     : QStringLiteral("Saved as %1").arg(qString(plannedOutputURL())));
+        destination_->setText(choose
+                                  ? QStringLiteral("You choose the file when you export.")
+                                  : QStringLiteral("Saved as %1").arg(qString(plannedOutputURL())));
     });
 
     auto* buttons = new QWidget(this);
@@ -172,8 +173,8 @@ ExportPanel::ExportPanel(Context context, QWidget* parent)
 
 fs::path ExportPanel::locationFolder() const {
     const std::string location = settingsOf(context_.store->project()).location;
-    const auto kind = location == "movies" ? QStandardPaths::MoviesLocation
-                                           : QStandardPaths::DesktopLocation;
+    const auto kind =
+        location == "movies" ? QStandardPaths::MoviesLocation : QStandardPaths::DesktopLocation;
     QString folder = QStandardPaths::writableLocation(kind);
     if (folder.isEmpty()) {
         folder = QStandardPaths::writableLocation(QStandardPaths::HomeLocation);

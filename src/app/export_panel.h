@@ -5,8 +5,8 @@
 // became of it ("Saved Name.mp4", "Rendered previous edit", an error's own words). The
 // choices are the project's (its export settings); the run is the WindowExportController's.
 
-#include "app/window_export.h"
 #include "app/inspector_controls.h"
+#include "app/window_export.h"
 
 #include <filesystem>
 #include <functional>

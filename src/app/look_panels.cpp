@@ -199,6 +199,9 @@ public:
             button->setText(cursorStyleTitle(style));
             button->setIconSize(QSize(36, 36));
             button->setFixedSize(72, 68);
+            // The longest names ("Brutalist") fit whole under the art.
+            button->setFont(Theme::interfaceFont(8.5));
+            button->setStyleSheet(QStringLiteral("QToolButton { padding: 2px; }"));
             button->setFocusPolicy(Qt::TabFocus);
             group->addButton(button, static_cast<int>(i));
             grid->addWidget(button, static_cast<int>(i / 4), static_cast<int>(i % 4));

@@ -5,7 +5,6 @@
 #include "core/log.h"
 
 #include <QTimer>
-
 #include <algorithm>
 #include <cctype>
 
@@ -14,7 +13,7 @@ namespace orvelle {
 namespace fs = std::filesystem;
 
 WindowExportController::WindowExportController(EditorStore& store, SnapshotProvider snapshot,
-                                   WindowExportOptions options)
+                                               WindowExportOptions options)
     : store_(store), snapshot_(std::move(snapshot)), options_(std::move(options)) {
     projectSubscription_ = store_.observeProject([this](const EditorProjectState& project) {
         // Only what the movie shows makes a result stale, not the panel's own choices.
@@ -41,7 +40,8 @@ void WindowExportController::joinRun() {
     }
 }
 
-fs::path WindowExportController::withFormatExtension(const fs::path& url, RenderExportFileType fileType) {
+fs::path WindowExportController::withFormatExtension(const fs::path& url,
+                                                     RenderExportFileType fileType) {
     const std::string wanted = fileType == RenderExportFileType::mov ? ".mov" : ".mp4";
     std::string extension = url.extension().string();
     std::transform(extension.begin(), extension.end(), extension.begin(),
@@ -55,7 +55,7 @@ fs::path WindowExportController::withFormatExtension(const fs::path& url, Render
 }
 
 ExportOutputSize WindowExportController::outputSize(const ExportSnapshot& snapshot,
-                                              const ExportRequest& request) {
+                                                    const ExportRequest& request) {
     return encodableSize(exportOutputSize(snapshot.project.screen.aspectRatio, snapshot.sourceSize,
                                           request.outputWidth, request.outputHeight));
 }
@@ -113,7 +113,8 @@ bool WindowExportController::start(const ExportRequest& asked) {
         } catch (const CancellationError&) {
             // cancel() has already said so.
         } catch (const std::exception& error) {
-            onMain([this, generation, text = std::string(error.what())] { failed(generation, text); });
+            onMain(
+                [this, generation, text = std::string(error.what())] { failed(generation, text); });
         }
     });
     return true;

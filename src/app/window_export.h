@@ -44,7 +44,7 @@ public:
     using SnapshotProvider = std::function<std::optional<ExportSnapshot>()>;
 
     WindowExportController(EditorStore& store, SnapshotProvider snapshot,
-                     WindowExportOptions options = {});
+                           WindowExportOptions options = {});
     // Cancels a run under way and waits for its thread; a temporary result is deleted.
     ~WindowExportController();
     WindowExportController(const WindowExportController&) = delete;
@@ -68,7 +68,8 @@ public:
     bool renderedFileIsTemporary() const { return renderedFileIsTemporary_; }
 
     // The size a request renders at, after the project's aspect ratio.
-    static ExportOutputSize outputSize(const ExportSnapshot& snapshot, const ExportRequest& request);
+    static ExportOutputSize outputSize(const ExportSnapshot& snapshot,
+                                       const ExportRequest& request);
     // The path with the format's extension ("mp4" or "mov") in place of another.
     static std::filesystem::path withFormatExtension(const std::filesystem::path& url,
                                                      RenderExportFileType fileType);

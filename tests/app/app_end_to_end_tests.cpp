@@ -13,6 +13,7 @@
 #include "support/x_server.h"
 
 #include <gtest/gtest.h>
+
 #include <chrono>
 #include <cmath>
 #include <iostream>
@@ -56,9 +57,9 @@ protected:
         options.seconds = 4;
         const testing::TinyTake take = testing::writeTinyTake(folder_ / "take", options);
         package_ = folder_ / "Tiny.orvelle";
-        const auto saved = testing::runProgram(testing::orvelleBinary(),
-                                               {"project", "save", take.manifestURL.string(),
-                                                package_.string()});
+        const auto saved =
+            testing::runProgram(testing::orvelleBinary(),
+                                {"project", "save", take.manifestURL.string(), package_.string()});
         ASSERT_EQ(saved.status, 0) << saved.err;
 
         std::map<std::string, std::string> environment = display_.environment();

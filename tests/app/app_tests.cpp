@@ -492,7 +492,7 @@ TEST(CrashRecoveryTest, EachAbandonedTakeIsOfferedAtLaunchAndOpensOrGoes) {
         options.seconds = 2;
         const fs::path take = captures / name;
         const testing::TinyTake written = testing::writeTinyTake(take, options);
-        fs::remove(written.manifestURL); // the process died before the manifest
+        fs::remove(written.manifestURL);               // the process died before the manifest
         const fs::path movie = take / "Tiny Take.mov"; // named as a recording names it
         fs::rename(written.screenURL, movie);
         std::ofstream(take / RecordingScratchStore::kSentinelName) << "Tiny Take.mov\n";
