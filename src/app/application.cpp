@@ -169,7 +169,7 @@ void Application::openDocument(const fs::path& picked) {
     startWindow_->setOpening(&*opening_);
     const LastEditorSettingsStore settings(options_.lastEditorSettingsURL);
     work_.run<EditorDocument>([url, settings] { return EditorDocument::load(url, settings); },
-                              [this, url](EditorDocument document) {
+                              [this, url](const EditorDocument& document) {
                                   opening_.reset();
                                   startWindow_->setOpening(nullptr);
                                   showEditor(document, url);
