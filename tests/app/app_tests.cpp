@@ -126,18 +126,25 @@ protected:
         return window_->playback().currentPreviewFrame();
     }
 
-    // The first settled picture that `accept` takes, within 20 s (a loaded machine draws
+    // The first picture drawn that `accept` takes, within 20 s (a loaded machine draws
     // late); the last one drawn when none does.
     std::shared_ptr<const PreviewFrame>
     frameWhere(const std::function<bool(const PreviewFrame&)>& accept) {
         std::shared_ptr<const PreviewFrame> frame;
-        waitUntil(
+        const bool found = waitUntil(
             [&] {
-                frame = isSettled(*window_) ? window_->playback().currentPreviewFrame() : nullptr;
+                frame = window_->playback().currentPreviewFrame();
                 return frame != nullptr && accept(*frame);
             },
             20000);
-        return frame ? frame : window_->playback().currentPreviewFrame();
+        if (!found) {
+            PlaybackModel& playback = window_->playback();
+            ADD_FAILURE() << "no such picture; frame " << playback.previewFrameNumber().value()
+                          << ", loading " << playback.isLoading() << ", seek pending "
+                          << bool(playback.pendingSeekGeneration()) << ", replacing "
+                          << playback.isReplacingScreenItem();
+        }
+        return frame;
     }
 
     testing::TemporaryDirectory folder_;
