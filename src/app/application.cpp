@@ -1,7 +1,11 @@
 #include "app/application.h"
 
 #include "app/editor_window.h"
+#include "app/icons.h"
+#include "app/recorder_window.h"
+#include "app/settings_window.h"
 #include "app/start_window.h"
+#include "core/log.h"
 #include "project/editor_document.h"
 #include "recording/recording_crash_recovery.h"
 #include "recording/recording_scratch_store.h"
@@ -9,8 +13,10 @@
 #include <QApplication>
 #include <QDesktopServices>
 #include <QFileDialog>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSystemTrayIcon>
 #include <QUrl>
 
 namespace orvelle {
@@ -34,16 +40,23 @@ Application::Application(ApplicationOptions options)
         .removeRecent = [this](const fs::path& path) { recents_.remove(path); },
         .closed =
             [this] {
-                if (editorWindows().empty() && !opening_) {
+                if (editorWindows().empty() && !opening_ &&
+                    !(recorderWindow_ && recorderWindow_->isVisible()) &&
+                    !(recorderSession_ && recorderSession_->isActive())) {
                     quit(false);
                 }
             },
+        .newRecording = [this] { showRecorder(); },
     });
     recents_.setOnChange([this] { startWindow_->setRecentDocuments(recents_.paths()); });
     startWindow_->setRecentDocuments(recents_.paths());
 }
 
 Application::~Application() {
+    recorderSubscriptions_.clear();
+    if (recorderSession_ && recorderSession_->isActive()) {
+        recorderSession_->stopForTermination();
+    }
     for (const auto& editor : editors_) {
         if (editor) {
             delete editor.data();
@@ -51,21 +64,26 @@ Application::~Application() {
     }
 }
 
-void Application::start(const std::optional<fs::path>& document) {
+void Application::start(const std::optional<fs::path>& document, bool record) {
+    if (options_.trayIcon) {
+        makeTrayIcon();
+    }
     // Takes a crash left unfinished are offered first, one at a time.
     work_.run<std::vector<RecordingCrashRecovery::AbandonedTake>>(
         [] { return RecordingCrashRecovery::scanForAbandonedTakes(); },
-        [this, document](std::vector<RecordingCrashRecovery::AbandonedTake> takes) {
-            offerRecovery(std::move(takes), 0, document);
+        [this, document, record](std::vector<RecordingCrashRecovery::AbandonedTake> takes) {
+            offerRecovery(std::move(takes), 0, document, record);
         },
-        [this, document](const std::string&) { offerRecovery({}, 0, document); });
+        [this, document, record](const std::string&) { offerRecovery({}, 0, document, record); });
 }
 
 void Application::offerRecovery(std::vector<RecordingCrashRecovery::AbandonedTake> takes,
-                                size_t next, const std::optional<fs::path>& document) {
+                                size_t next, const std::optional<fs::path>& document, bool record) {
     if (next >= takes.size()) {
         if (document) {
             openDocument(*document);
+        } else if (record) {
+            showRecorder();
         } else if (editorWindows().empty() && !opening_) {
             startWindow_->show();
         }
@@ -89,8 +107,8 @@ void Application::offerRecovery(std::vector<RecordingCrashRecovery::AbandonedTak
     const auto reveal = [](const fs::path& url) {
         QDesktopServices::openUrl(QUrl::fromLocalFile(qString(url)));
     };
-    const auto continueWith = [this, takes, next, document] {
-        offerRecovery(takes, next + 1, document);
+    const auto continueWith = [this, takes, next, document, record] {
+        offerRecovery(takes, next + 1, document, record);
     };
     if (clicked == remove) {
         RecordingScratchStore::removeRecordingSentinel(screen);
@@ -115,6 +133,111 @@ void Application::offerRecovery(std::vector<RecordingCrashRecovery::AbandonedTak
                         }
                         continueWith();
                     });
+}
+
+RecorderSession& Application::recorderSession() {
+    if (!recorderSession_) {
+        recorderSession_ = std::make_unique<RecorderSession>(defaults_, options_.cameraProvider);
+        WindowRecorder& recorder = recorderSession_->recorder();
+        const auto refresh = [this](const auto&) { refreshTrayMenu(); };
+        recorderSubscriptions_.push_back(recorder.statusText.observe(refresh));
+        recorderSubscriptions_.push_back(recorder.isPaused.observe(refresh));
+        recorderSubscriptions_.push_back(recorder.elapsedText.observe(refresh));
+    }
+    return *recorderSession_;
+}
+
+RecorderWindow& Application::recorderWindow() {
+    if (!recorderWindow_) {
+        recorderWindow_ = std::make_unique<RecorderWindow>(
+            recorderSession(),
+            RecorderWindow::Actions{
+                .openTake = [this](const fs::path& url) { openTake(url); },
+                .showSettings = [this] { showSettings(); },
+                .canHideInTray = [this] { return tray_ != nullptr && tray_->isVisible(); },
+            });
+    }
+    return *recorderWindow_;
+}
+
+SettingsWindow& Application::settingsWindow() {
+    if (!settingsWindow_) {
+        settingsWindow_ = std::make_unique<SettingsWindow>(recorderSession());
+    }
+    return *settingsWindow_;
+}
+
+void Application::showRecorder() {
+    RecorderWindow& window = recorderWindow();
+    if (recorderSession().isActive()) {
+        window.show();
+        window.raise();
+        return;
+    }
+    window.present();
+    startWindow_->hide();
+}
+
+void Application::showSettings() {
+    SettingsWindow& window = settingsWindow();
+    window.refresh();
+    window.show();
+    window.raise();
+    window.activateWindow();
+}
+
+void Application::openTake(const fs::path& screenURL) {
+    if (options_.transcribeNewTakes) {
+        newTakes_.push_back(editorDocumentURL(screenURL));
+    }
+    openDocument(screenURL);
+}
+
+void Application::makeTrayIcon() {
+    if (tray_ != nullptr || !QSystemTrayIcon::isSystemTrayAvailable()) {
+        return;
+    }
+    tray_ = new QSystemTrayIcon(applicationIcon(), startWindow_.get());
+    tray_->setToolTip(QStringLiteral("Orvelle"));
+    tray_->setContextMenu(new QMenu(startWindow_.get()));
+    QObject::connect(tray_, &QSystemTrayIcon::activated, startWindow_.get(),
+                     [this](QSystemTrayIcon::ActivationReason reason) {
+                         if (reason == QSystemTrayIcon::Trigger) {
+                             showRecorder();
+                         }
+                     });
+    refreshTrayMenu();
+    tray_->show();
+}
+
+// Start, pause and stop from the tray, where the desktop shows one: the way to reach the
+// recorder when its window has left the screen to keep out of the recording.
+void Application::refreshTrayMenu() {
+    if (tray_ == nullptr) {
+        return;
+    }
+    QMenu* menu = tray_->contextMenu();
+    menu->clear();
+    const bool active = recorderSession_ && recorderSession_->isActive();
+    if (active) {
+        WindowRecorder& recorder = recorderSession_->recorder();
+        QAction* state = menu->addAction(QString::fromStdString(recorder.statusText.value() + "  " +
+                                                                recorder.elapsedText.value()));
+        state->setEnabled(false);
+        menu->addAction(recorder.isPaused.value() ? QStringLiteral("Resume Recording")
+                                                  : QStringLiteral("Pause Recording"),
+                        [this] { recorderWindow().togglePause(); });
+        menu->addAction(QStringLiteral("Stop Recording"),
+                        [this] { recorderWindow().stopRecording(); });
+        menu->addAction(QStringLiteral("Show Recorder"), [this] { showRecorder(); });
+    } else {
+        menu->addAction(QStringLiteral("New Recording…"), [this] { showRecorder(); });
+        menu->addAction(QStringLiteral("Open…"), [this] { showOpenDialog(); });
+    }
+    menu->addSeparator();
+    menu->addAction(QStringLiteral("Settings…"), [this] { showSettings(); });
+    menu->addAction(QStringLiteral("Quit Orvelle"), [this] { quit(); });
+    tray_->setToolTip(active ? QStringLiteral("Orvelle — recording") : QStringLiteral("Orvelle"));
 }
 
 std::vector<EditorWindow*> Application::editorWindows() const {
@@ -198,7 +321,18 @@ void Application::showEditor(const EditorDocument& document, const fs::path& ope
     };
     auto* window = new EditorWindow(document, std::move(services));
     editors_.emplace_back(window);
-    recents_.add(document.packageURL.value_or(opened));
+    const auto fresh = std::find(newTakes_.begin(), newTakes_.end(), opened);
+    if (fresh != newTakes_.end()) {
+        // A take just recorded: its transcript is made while the user looks at it, where
+        // the models are installed (the transcript page says what is missing otherwise).
+        newTakes_.erase(fresh);
+        EditorTranscriptController& transcript = window->transcript();
+        if (transcript.missingModels().value().empty() && !transcript.hasTranscript().value()) {
+            transcript.startTranscription();
+        }
+    } else {
+        recents_.add(document.packageURL.value_or(opened));
+    }
     window->show();
     startWindow_->hide();
     if (onEditorOpened_) {
@@ -215,7 +349,8 @@ void Application::editorClosed() {
             std::erase_if(editors_, [](const QPointer<EditorWindow>& editor) {
                 return editor.isNull() || !editor->isVisible();
             });
-            if (editors_.empty() && !quitting_) {
+            if (editors_.empty() && !quitting_ &&
+                !(recorderWindow_ && recorderWindow_->isVisible())) {
                 startWindow_->show();
             }
         },
@@ -232,7 +367,39 @@ void Application::showOpenDialog(QWidget* parent) {
     }
 }
 
+bool Application::confirmQuitWhileRecording() {
+    QMessageBox box(QMessageBox::Warning, QStringLiteral("Orvelle"),
+                    QStringLiteral("A recording is in progress"), QMessageBox::NoButton,
+                    recorderWindow_.get());
+    box.setObjectName(QStringLiteral("QuitWhileRecordingDialog"));
+    box.setInformativeText(QStringLiteral(
+        "Stop the recording and keep it before quitting, or discard everything recorded so "
+        "far?"));
+    QPushButton* keep = box.addButton(QStringLiteral("Stop and Quit"), QMessageBox::AcceptRole);
+    QPushButton* discard =
+        box.addButton(QStringLiteral("Discard and Quit"), QMessageBox::DestructiveRole);
+    box.addButton(QMessageBox::Cancel);
+    box.setDefaultButton(keep);
+    box.exec();
+    if (box.clickedButton() == keep) {
+        recorderSession_->stopForTermination();
+        return true;
+    }
+    if (box.clickedButton() == discard) {
+        recorderSession_->discard();
+        return true;
+    }
+    return false;
+}
+
 void Application::quit(bool prompt) {
+    if (recorderSession_ && recorderSession_->isActive()) {
+        if (!prompt) {
+            recorderSession_->stopForTermination();
+        } else if (!confirmQuitWhileRecording()) {
+            return;
+        }
+    }
     quitting_ = true;
     for (EditorWindow* window : editorWindows()) {
         if (!prompt) {
@@ -243,6 +410,15 @@ void Application::quit(bool prompt) {
         }
     }
     startWindow_->close();
+    if (recorderWindow_) {
+        recorderWindow_->close();
+    }
+    if (settingsWindow_) {
+        settingsWindow_->close();
+    }
+    if (tray_ != nullptr) {
+        tray_->hide();
+    }
     QApplication::quit();
 }
 

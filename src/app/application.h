@@ -7,6 +7,7 @@
 
 #include "app/background_work.h"
 #include "app/recent_documents.h"
+#include "app/recorder_session.h"
 #include "core/user_defaults.h"
 #include "editor/editor_preset_store.h"
 #include "playback/playback_model.h"
@@ -21,11 +22,14 @@
 #include <optional>
 #include <vector>
 
+class QSystemTrayIcon;
 class QWidget;
 
 namespace orvelle {
 
 class EditorWindow;
+class RecorderWindow;
+class SettingsWindow;
 class StartWindow;
 
 struct ApplicationOptions {
@@ -34,6 +38,12 @@ struct ApplicationOptions {
     std::filesystem::path presetsURL = EditorPresetStore::defaultURL();
     PlaybackModelOptions playback;
     EditorTranscriptProcessingOptions transcriptProcessing;
+    // Where the webcam's pictures come from: Video4Linux2 unless given.
+    CameraProviderFactory cameraProvider;
+    // Whether the tray icon is shown where the desktop has a tray.
+    bool trayIcon = true;
+    // Whether a take that stops is transcribed as it opens, when the models are installed.
+    bool transcribeNewTakes = true;
 };
 
 class Application {
@@ -44,13 +54,19 @@ public:
     Application& operator=(const Application&) = delete;
 
     // Offers each take a crash left unfinished (open, show or delete it), then opens the
-    // document when one is named, the start window otherwise.
-    void start(const std::optional<std::filesystem::path>& document);
+    // document when one is named, the recorder when asked, the start window otherwise.
+    void start(const std::optional<std::filesystem::path>& document, bool record = false);
+    // The recorder's launcher (or its controls during a take).
+    void showRecorder();
+    void showSettings();
+    // A finished take opens in the editor, and its transcript is made as it opens.
+    void openTake(const std::filesystem::path& screenURL);
     // Opens what the user picked (a take's movie or manifest, a project, a movie) in a
     // window of its own, or brings its window forward.
     void openDocument(const std::filesystem::path& picked);
     void showOpenDialog(QWidget* parent = nullptr);
-    // Closes every window, asking about unsaved changes unless told not to, then quits.
+    // Closes every window, asking about unsaved changes unless told not to, then quits. A
+    // take under way is stopped and kept; asked, the user may discard it or stay.
     void quit(bool prompt = true);
 
     StartWindow& startWindow() { return *startWindow_; }
@@ -58,6 +74,11 @@ public:
     RecentDocuments& recentDocuments() { return recents_; }
     UserDefaults& userDefaults() { return defaults_; }
     bool isOpening() const { return opening_.has_value(); }
+    // Made when first wanted.
+    RecorderSession& recorderSession();
+    RecorderWindow& recorderWindow();
+    SettingsWindow& settingsWindow();
+    bool hasRecorder() const { return recorderWindow_ != nullptr; }
 
     // Called with each editor window once it is shown.
     void setOnEditorOpened(std::function<void(EditorWindow&)> handler) {
@@ -66,10 +87,13 @@ public:
 
 private:
     void offerRecovery(std::vector<RecordingCrashRecovery::AbandonedTake> takes, size_t next,
-                       const std::optional<std::filesystem::path>& document);
+                       const std::optional<std::filesystem::path>& document, bool record);
     EditorWindow* windowShowing(const std::filesystem::path& url) const;
     void showEditor(const EditorDocument& document, const std::filesystem::path& opened);
     void editorClosed();
+    void makeTrayIcon();
+    void refreshTrayMenu();
+    bool confirmQuitWhileRecording();
 
     ApplicationOptions options_;
     UserDefaults defaults_;
@@ -79,6 +103,12 @@ private:
     std::optional<std::filesystem::path> opening_;
     std::function<void(EditorWindow&)> onEditorOpened_;
     bool quitting_ = false;
+    std::vector<std::filesystem::path> newTakes_; // to transcribe once their editor opens
+    std::unique_ptr<RecorderSession> recorderSession_;
+    std::unique_ptr<RecorderWindow> recorderWindow_;
+    std::unique_ptr<SettingsWindow> settingsWindow_;
+    QSystemTrayIcon* tray_ = nullptr;
+    std::vector<Subscription> recorderSubscriptions_;
     BackgroundWork work_{"com.orvelle.app.open"};
 };
 

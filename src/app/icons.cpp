@@ -272,6 +272,50 @@ void drawShape(QPainter& painter, IconName name, const QColor& color) {
     case IconName::check:
         pen.polyline({{5, 12.5}, {10, 17.5}, {19, 7}});
         break;
+    case IconName::record:
+        pen.circle(12, 12, 7.5, true);
+        break;
+    case IconName::stop:
+        pen.rect(6, 6, 12, 12, 2.5, true);
+        break;
+    case IconName::display:
+        pen.rect(3, 4.5, 18, 12, 2);
+        pen.line(12, 16.5, 12, 19.5);
+        pen.line(8, 19.5, 16, 19.5);
+        break;
+    case IconName::window:
+        pen.rect(3, 4.5, 18, 15, 2.5);
+        pen.line(3, 8.5, 21, 8.5);
+        pen.circle(6, 6.5, 0.6, true);
+        pen.circle(8.5, 6.5, 0.6, true);
+        break;
+    case IconName::area: {
+        const double corners[4][2] = {{4, 4}, {20, 4}, {20, 20}, {4, 20}};
+        for (const auto& corner : corners) {
+            const double x = corner[0];
+            const double y = corner[1];
+            const double dx = x < 12 ? 4.5 : -4.5;
+            const double dy = y < 12 ? 4.5 : -4.5;
+            pen.polyline({{x + dx, y}, {x, y}, {x, y + dy}});
+        }
+        pen.rect(8.5, 8.5, 7, 7, 1);
+        break;
+    }
+    case IconName::microphone:
+        pen.rect(9, 3.5, 6, 11, 3);
+        pen.arc(12, 11, 6, 180, 180);
+        pen.line(12, 17, 12, 20.5);
+        pen.line(8.5, 20.5, 15.5, 20.5);
+        break;
+    case IconName::settings:
+        pen.circle(12, 12, 3);
+        for (int i = 0; i < 8; ++i) {
+            const double angle = i * 3.14159265358979 / 4;
+            pen.line(12 + 6 * std::cos(angle), 12 + 6 * std::sin(angle), 12 + 8.5 * std::cos(angle),
+                     12 + 8.5 * std::sin(angle));
+        }
+        pen.circle(12, 12, 6);
+        break;
     }
 }
 

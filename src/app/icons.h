@@ -46,6 +46,13 @@ enum class IconName {
     recent,
     close,
     check,
+    record,
+    stop,
+    display,
+    window,
+    area,
+    microphone,
+    settings,
 };
 
 QIcon icon(IconName name);

@@ -1,11 +1,15 @@
 // orvelle-app-screenshots OUTPUT DOCUMENT: pictures of every window of the application,
 // as PNG files, without a display (the offscreen platform unless one is asked for): the
-// start window, the editor with each page of its inspector, and the dialogs. The
-// application runs as it does for a user, on its own settings in OUTPUT/.state.
+// start window, the recorder (launcher, area overlay, the controls during a take), the
+// settings, the editor with each page of its inspector, and the dialogs. The application
+// runs as it does for a user, on its own settings in OUTPUT/.state; with DISPLAY set, the
+// recorder lists and records that X server's screen.
 
 #include "app/application.h"
 #include "app/editor_window.h"
 #include "app/inspector.h"
+#include "app/recorder_window.h"
+#include "app/settings_window.h"
 #include "app/start_window.h"
 #include "app/theme.h"
 #include "app/transcript_panel.h"
@@ -108,6 +112,37 @@ int main(int argc, char** argv) {
     shell.start(std::nullopt);
     waitUntil([&] { return shell.startWindow().isVisible(); });
     shoot(shell.startWindow(), output, "start-window");
+
+    // The recorder: its launcher with the sources' stills, the area overlay, and its
+    // controls during a short take (thrown away afterwards).
+    shell.showRecorder();
+    RecorderWindow& recorder = shell.recorderWindow();
+    recorder.setCaptureMode(RecorderCaptureMode::display);
+    waitUntil([&] { return recorder.pendingPreviews() == 0; }, 20000);
+    shoot(recorder, output, "recorder-launcher");
+    recorder.hide();
+    recorder.areaOverlay().present(QRect(120, 90, 560, 340));
+    shoot(recorder.areaOverlay(), output, "recorder-area-overlay");
+    recorder.areaOverlay().cancel();
+    recorder.setCaptureMode(RecorderCaptureMode::display);
+    if (recorder.selectedSource()) {
+        recorder.startRecording();
+        if (shell.recorderSession().isActive()) {
+            settle(3200);
+            recorder.show();
+            shoot(recorder, output, "recorder-recording");
+            recorder.togglePause();
+            shoot(recorder, output, "recorder-paused");
+            recorder.discardRecording(false);
+        } else {
+            std::fprintf(stderr, "orvelle-app-screenshots: no take: %s\n",
+                         shell.recorderSession().recorder().detailText.value().c_str());
+        }
+    }
+    recorder.hide();
+    shell.showSettings();
+    shoot(shell.settingsWindow(), output, "settings");
+    shell.settingsWindow().hide();
 
     shell.openDocument(document);
     if (!waitUntil([&] { return !shell.editorWindows().empty(); })) {

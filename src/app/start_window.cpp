@@ -187,9 +187,23 @@ StartWindow::StartWindow(Actions actions, QWidget* parent)
     subtitle->setWordWrap(true);
     left->addWidget(subtitle);
     left->addSpacing(28);
-    openButton_ =
-        new QPushButton(icon(IconName::open, Qt::white), QStringLiteral("Open…"), welcome);
-    openButton_->setProperty("primary", true);
+    if (actions_.newRecording) {
+        recordButton_ = new QPushButton(icon(IconName::record, QColor(0xe5, 0x48, 0x4d)),
+                                        QStringLiteral("New Recording…"), welcome);
+        recordButton_->setProperty("primary", true);
+        recordButton_->setMinimumHeight(36);
+        recordButton_->setToolTip(
+            QStringLiteral("Record a display, a window or an area with camera and microphone "
+                           "(Ctrl+N)"));
+        recordButton_->setShortcut(QKeySequence(QStringLiteral("Ctrl+N")));
+        connect(recordButton_, &QPushButton::clicked, this, [this] { actions_.newRecording(); });
+        left->addWidget(recordButton_);
+        left->addSpacing(Theme::kSpacing);
+    }
+    openButton_ = new QPushButton(
+        icon(IconName::open, actions_.newRecording ? Theme::text() : QColor(Qt::white)),
+        QStringLiteral("Open…"), welcome);
+    openButton_->setProperty("primary", !actions_.newRecording);
     openButton_->setMinimumHeight(36);
     openButton_->setToolTip(QStringLiteral("Open a take, a project or a movie (Ctrl+O)"));
     connect(openButton_, &QPushButton::clicked, this, [this] {

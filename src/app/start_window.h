@@ -1,7 +1,7 @@
 #pragma once
 
-// The window the application opens with when no document is named: the recent documents,
-// Open…, and a place to drop a take, a project or a movie. Main thread only.
+// The window the application opens with when no document is named: New Recording…, the
+// recent documents, Open…, and a place to drop a take, a project or a movie. Main thread only.
 
 #include <QWidget>
 #include <filesystem>
@@ -21,7 +21,8 @@ public:
         std::function<void(const std::filesystem::path&)> open;
         std::function<void()> showOpenDialog;
         std::function<void(const std::filesystem::path&)> removeRecent;
-        std::function<void()> closed; // the user closed the window
+        std::function<void()> closed;       // the user closed the window
+        std::function<void()> newRecording; // absent: no recorder here
     };
 
     explicit StartWindow(Actions actions, QWidget* parent = nullptr);
@@ -47,6 +48,7 @@ private:
     QWidget* dropZone_ = nullptr;
     QLabel* dropLabel_ = nullptr;
     QPushButton* openButton_ = nullptr;
+    QPushButton* recordButton_ = nullptr;
     bool dropHighlighted_ = false;
     bool opening_ = false;
 };

@@ -119,6 +119,8 @@ QToolButton[flat="true"]:hover { background: @raised; }
 QToolButton[flat="true"]:checked { background: #34305a; border-color: #4b4190; }
 QToolButton[segment="true"] { border-radius: 0; padding: 4px 8px; }
 QToolButton[segment="true"]:checked { background: @accent; border-color: @accent; color: white; }
+QToolButton[choice="true"] { padding: 4px 8px; }
+QToolButton[choice="true"]:checked { background: #34305a; border-color: @accent; color: white; }
 QComboBox {
   background: @raised; border: 1px solid @separator; border-radius: 6px; padding: 4px 8px;
   min-height: 18px;

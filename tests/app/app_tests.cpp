@@ -577,6 +577,14 @@ TEST(ScreenshotsTest, EveryWindowAndPageIsPictured) {
     const Bitmap start = readPNG(folder / "shots" / "start-window.png");
     EXPECT_EQ(start.width(), 860);
     EXPECT_EQ(start.height(), 540);
+    // The recorder's launcher and area overlay, and the settings (a take's controls only
+    // where there is a screen to record).
+    const Bitmap launcher = readPNG(folder / "shots" / "recorder-launcher.png");
+    EXPECT_EQ(launcher.width(), 520);
+    EXPECT_EQ(launcher.height(), 760);
+    const Bitmap overlay = readPNG(folder / "shots" / "recorder-area-overlay.png");
+    EXPECT_GT(overlay.width(), 520);
+    EXPECT_GT(readPNG(folder / "shots" / "settings.png").width(), 0);
     std::optional<Bitmap> previous;
     for (const std::string& name : editorPages) {
         SCOPED_TRACE(name);

@@ -13,6 +13,7 @@
 #include "support/run_program.h"
 #include "support/sound_server.h"
 #include "support/temporary_directory.h"
+#include "support/test_camera.h"
 #include "support/test_media.h"
 #include "support/x_server.h"
 
@@ -29,71 +30,6 @@ using namespace std::chrono_literals;
 using testing::TemporaryDirectory;
 using Kind = MediaTrackManifest::Kind;
 namespace fs = std::filesystem;
-
-// The camera no test machine has: numbered 320x180 pictures at 30 a second, stamped on the
-// monotonic clock like a driver's, from a thread of its own.
-class TestCameraSource final : public CameraSource {
-public:
-    ~TestCameraSource() override { stop(); }
-    void start(std::function<void(CapturedVideoFrameRef)> deliver) override {
-        running_ = true;
-        thread_ = std::thread([this, deliver = std::move(deliver)] {
-            int number = 0;
-            auto due = std::chrono::steady_clock::now();
-            while (running_) {
-                struct Owned {
-                    VideoFrame picture;
-                    CapturedVideoFrame frame;
-                };
-                auto owned = std::make_shared<Owned>();
-                testing::paintNumberedFrame(owned->picture, number++, 320, 180);
-                const double time = std::chrono::duration<double>(
-                                        std::chrono::steady_clock::now().time_since_epoch())
-                                        .count();
-                owned->frame = {owned->picture.planes[0].data(),
-                                owned->picture.strides[0],
-                                320,
-                                180,
-                                time,
-                                1.0 / 30,
-                                std::nullopt};
-                deliver({owned, &owned->frame});
-                due += std::chrono::microseconds(33333);
-                std::this_thread::sleep_until(due);
-            }
-        });
-    }
-    void stop() override {
-        running_ = false;
-        if (thread_.joinable()) {
-            thread_.join();
-        }
-    }
-
-private:
-    std::atomic<bool> running_{false};
-    std::thread thread_;
-};
-
-class TestCameraProvider final : public CameraSourceProvider {
-public:
-    explicit TestCameraProvider(std::shared_ptr<std::atomic<bool>> present) : present_(present) {}
-    std::vector<TrackDevice> devices() override {
-        if (!*present_) {
-            return {};
-        }
-        return {{"test-camera", "Test Camera", true}};
-    }
-    std::unique_ptr<CameraSource> open(const std::string& id, CameraStreamFormat) override {
-        if (!*present_ || id != "test-camera") {
-            throw CameraRecorderError::noCamera();
-        }
-        return std::make_unique<TestCameraSource>();
-    }
-
-private:
-    std::shared_ptr<std::atomic<bool>> present_;
-};
 
 // First sample louder than the floor, in seconds from the start of the samples; absent if
 // none.
@@ -114,7 +50,7 @@ protected:
         setenv("XDG_DATA_HOME", (home_ / "data").c_str(), 1);
         backend_ = makeX11CaptureBackend(x_.display());
         camera_ = std::make_unique<CameraRecorder>(
-            mainThread_, std::make_unique<TestCameraProvider>(cameraPresent_));
+            mainThread_, std::make_unique<testing::TestCameraProvider>(cameraPresent_));
         microphone_ = std::make_unique<MicrophoneRecorder>(mainThread_);
         recorder_ = std::make_unique<WindowRecorder>(WindowRecorderServices{
             mainThread_,

@@ -1,0 +1,373 @@
+// The recorder of the real application on a private X server and sound server, driven with
+// xdotool as a user drives it: an area dragged out on the overlay, a take with the test
+// camera and a tone on the microphone, paused and resumed, stopped into the editor and
+// exported; and the same take cut off by a kill, recovered at the next start. What it did
+// is read where a user would find it: the take's files, the windows on screen.
+
+#include "core/files.h"
+#include "platform/media/audio_decoder.h"
+#include "platform/media/media_probe.h"
+#include "project/take_manifest.h"
+#include "support/child_process.h"
+#include "support/sound_server.h"
+#include "support/temporary_directory.h"
+#include "support/x_server.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <sstream>
+#include <thread>
+
+namespace orvelle {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using Kind = MediaTrackManifest::Kind;
+
+// The area the tests drag out, in screen pixels.
+constexpr int kAreaLeft = 200;
+constexpr int kAreaTop = 150;
+constexpr int kAreaWidth = 480;
+constexpr int kAreaHeight = 270;
+
+double rootMeanSquare(const std::vector<float>& samples) {
+    double sum = 0;
+    for (const float sample : samples) {
+        sum += double(sample) * sample;
+    }
+    return samples.empty() ? 0 : std::sqrt(sum / double(samples.size()));
+}
+
+std::vector<float> tone(double seconds, double frequency, float amplitude) {
+    std::vector<float> samples(static_cast<size_t>(seconds * 48000));
+    for (size_t i = 0; i < samples.size(); ++i) {
+        samples[i] = amplitude * float(std::sin(2 * M_PI * frequency * double(i) / 48000.0));
+    }
+    return samples;
+}
+
+struct WindowGeometry {
+    int x = 0;
+    int y = 0;
+    int width = 0;
+    int height = 0;
+};
+
+class RecorderEndToEndTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        environment_ = display_.environment();
+        environment_.merge(sound_.environment());
+        environment_["QT_QPA_PLATFORM"] = "xcb";
+        environment_["XDG_CONFIG_HOME"] = (folder_ / "config").string();
+        environment_["XDG_DATA_HOME"] = (folder_ / "data").string();
+        environment_["XDG_CACHE_HOME"] = (folder_ / "cache").string();
+        environment_["XDG_RUNTIME_DIR"] = (folder_ / "runtime").string();
+        environment_["HOME"] = (folder_ / "home").string();
+        fs::create_directories(folder_ / "runtime");
+        fs::permissions(folder_ / "runtime", fs::perms::owner_all, fs::perm_options::replace);
+        // The devices a user chose the last time: remembered in the settings.
+        fs::create_directories(folder_ / "config" / "Orvelle");
+        writeFileAtomically(
+            folder_ / "config" / "Orvelle" / "settings.json",
+            R"({"OrvelleCameraEnabled": true, "OrvelleSelectedCameraID": "test-camera",
+                      "OrvelleMicrophoneEnabled": true, "OrvelleSystemAudioEnabled": true})");
+    }
+
+    void launch(const std::vector<std::string>& arguments) {
+        application_ = std::make_unique<testing::ChildProcess>(ORVELLE_APP_TEST_CAMERA, arguments,
+                                                               environment_);
+    }
+
+    std::string findWindow(const std::string& namePattern, std::chrono::milliseconds wait) const {
+        std::string window;
+        testing::waitUntil(
+            [&] {
+                try {
+                    const std::string found =
+                        display_.xdotool({"search", "--onlyvisible", "--name", namePattern});
+                    window = found.substr(0, found.find('\n'));
+                    return !window.empty();
+                } catch (const std::runtime_error&) {
+                    return false;
+                }
+            },
+            wait);
+        return window;
+    }
+
+    // Keys as a user types them: there is no window manager, so the window is given the
+    // focus and the pointer first.
+    void key(const std::string& window, const std::vector<std::string>& keys) const {
+        display_.xdotool({"windowfocus", "--sync", window});
+        std::vector<std::string> arguments{"key", "--delay", "80"};
+        arguments.insert(arguments.end(), keys.begin(), keys.end());
+        display_.xdotool(arguments);
+    }
+
+    WindowGeometry geometry(const std::string& window) const {
+        const std::string shell = display_.xdotool({"getwindowgeometry", "--shell", window});
+        WindowGeometry geometry;
+        std::istringstream lines(shell);
+        for (std::string line; std::getline(lines, line);) {
+            const auto equals = line.find('=');
+            if (equals == std::string::npos) {
+                continue;
+            }
+            const std::string name = line.substr(0, equals);
+            const int value = std::atoi(line.c_str() + equals + 1);
+            if (name == "X") {
+                geometry.x = value;
+            } else if (name == "Y") {
+                geometry.y = value;
+            } else if (name == "WIDTH") {
+                geometry.width = value;
+            } else if (name == "HEIGHT") {
+                geometry.height = value;
+            }
+        }
+        return geometry;
+    }
+
+    // Area mode, then the area dragged out on the overlay and taken with Return.
+    void chooseArea(const std::string& recorder) {
+        key(recorder, {"ctrl+3"});
+        const std::string overlay = findWindow("^Select Area", 20s);
+        ASSERT_FALSE(overlay.empty()) << "the area overlay never showed";
+        display_.xdotool({"mousemove", std::to_string(kAreaLeft), std::to_string(kAreaTop)});
+        display_.xdotool({"mousedown", "1"});
+        for (int step = 1; step <= 4; ++step) {
+            display_.xdotool({"mousemove", std::to_string(kAreaLeft + kAreaWidth * step / 4),
+                              std::to_string(kAreaTop + kAreaHeight * step / 4)});
+        }
+        display_.xdotool({"mouseup", "1"});
+        key(overlay, {"Return"});
+    }
+
+    // The take folders of the recording store.
+    std::vector<fs::path> takeFolders() const {
+        std::vector<fs::path> folders;
+        std::error_code error;
+        for (const auto& entry :
+             fs::directory_iterator(folder_ / "data" / "Orvelle" / "Captures", error)) {
+            if (entry.is_directory()) {
+                folders.push_back(entry.path());
+            }
+        }
+        return folders;
+    }
+
+    // The recording's sentinel appears once the stream is about to start.
+    std::optional<fs::path> waitForRecordingFolder(std::chrono::milliseconds wait) const {
+        std::optional<fs::path> found;
+        testing::waitUntil(
+            [&] {
+                for (const auto& folder : takeFolders()) {
+                    if (fs::exists(folder / ".orvelle-recording-in-progress")) {
+                        found = folder;
+                        return true;
+                    }
+                }
+                return false;
+            },
+            wait);
+        return found;
+    }
+
+    static std::optional<fs::path> manifestIn(const fs::path& folder) {
+        std::error_code error;
+        for (const auto& entry : fs::directory_iterator(folder, error)) {
+            const std::string name = entry.path().filename().string();
+            if (name.size() > 10 && name.ends_with(".take.json")) {
+                return entry.path();
+            }
+        }
+        return std::nullopt;
+    }
+
+    testing::TemporaryDirectory folder_;
+    testing::XvfbServer display_{1600, 1000};
+    testing::PrivateSoundServer sound_;
+    std::map<std::string, std::string> environment_;
+    std::unique_ptr<testing::ChildProcess> application_;
+};
+
+std::vector<TakeSegmentManifest> segmentsOf(const TakeManifest& manifest, Kind kind) {
+    std::vector<TakeSegmentManifest> segments;
+    for (const auto& segment : manifest.segments) {
+        if (segment.kind == kind) {
+            segments.push_back(segment);
+        }
+    }
+    return segments;
+}
+
+double endOf(const std::vector<TakeSegmentManifest>& segments) {
+    double end = 0;
+    for (const auto& segment : segments) {
+        end = std::max(end, segment.programStart + segment.duration);
+    }
+    return end;
+}
+
+TEST_F(RecorderEndToEndTest,
+       RecordsAnAreaWithCameraAndMicrophonePausesStopsIntoTheEditorAndExports) {
+    // A steady tone is what the microphone hears for the whole test.
+    sound_.play(tone(60, 440, 0.4f), "voice", 1);
+    launch({"--record"});
+    const std::string recorder = findWindow("^Orvelle$", 60s);
+    ASSERT_FALSE(recorder.empty()) << "the recorder never showed";
+    chooseArea(recorder);
+
+    // The recorder comes back with the area chosen; Ctrl+R starts the take.
+    ASSERT_FALSE(findWindow("^Orvelle$", 20s).empty());
+    key(recorder, {"ctrl+r"});
+    const auto take = waitForRecordingFolder(30s);
+    ASSERT_TRUE(take) << "no take started";
+
+    // During the take the recorder window keeps clear of the recorded area.
+    std::this_thread::sleep_for(1500ms);
+    const WindowGeometry window = geometry(recorder);
+    const bool overlaps = window.x < kAreaLeft + kAreaWidth &&
+                          kAreaLeft < window.x + window.width &&
+                          window.y < kAreaTop + kAreaHeight && kAreaTop < window.y + window.height;
+    EXPECT_FALSE(overlaps) << "the recorder window at " << window.x << "," << window.y << " "
+                           << window.width << "x" << window.height << " is in the recorded area";
+
+    // About 5 s of recording around a pause of a second and a half.
+    std::this_thread::sleep_for(1000ms);
+    key(recorder, {"ctrl+p"});
+    std::this_thread::sleep_for(1500ms);
+    key(recorder, {"ctrl+p"});
+    std::this_thread::sleep_for(2500ms);
+    key(recorder, {"ctrl+r"});
+
+    // Stop opens the editor on the take.
+    const std::string editor = findWindow("^Orvelle Recording .* — Orvelle$", 90s);
+    ASSERT_FALSE(editor.empty()) << "the editor never opened on the take";
+    EXPECT_FALSE(fs::exists(*take / ".orvelle-recording-in-progress"));
+    const auto manifestURL = manifestIn(*take);
+    ASSERT_TRUE(manifestURL);
+    fs::path screenURL = *manifestURL;
+    screenURL.replace_filename(
+        manifestURL->filename().string().substr(0, manifestURL->filename().string().size() - 10) +
+        ".mov");
+    const auto manifest = TakeManifest::load(screenURL);
+    ASSERT_TRUE(manifest);
+
+    // Every track, each in two runs around the pause, ending together.
+    const auto screen = segmentsOf(*manifest, Kind::screen);
+    const auto camera = segmentsOf(*manifest, Kind::camera);
+    const auto microphone = segmentsOf(*manifest, Kind::microphone);
+    ASSERT_EQ(screen.size(), 2u);
+    ASSERT_EQ(camera.size(), 2u);
+    ASSERT_EQ(microphone.size(), 2u);
+    EXPECT_EQ(segmentsOf(*manifest, Kind::systemAudio).size(), 2u);
+    EXPECT_EQ(segmentsOf(*manifest, Kind::cursor).size(), 1u);
+    const double length = endOf(screen);
+    EXPECT_GT(length, 3.5) << "the pause counted or the take was cut short";
+    EXPECT_LT(length, 6.5) << "the pause was recorded";
+    EXPECT_NEAR(endOf(camera), length, 0.3);
+    EXPECT_NEAR(endOf(microphone), length, 0.3);
+
+    // The screen movie is the dragged area; the camera's pictures and the tone are there.
+    const MediaProbe screenProbe = probeMediaFile(screen.front().url);
+    ASSERT_NE(screenProbe.firstVideo(), nullptr);
+    EXPECT_EQ(screenProbe.firstVideo()->codedWidth, kAreaWidth);
+    EXPECT_EQ(screenProbe.firstVideo()->codedHeight, kAreaHeight);
+    const MediaProbe cameraProbe = probeMediaFile(camera.front().url);
+    ASSERT_NE(cameraProbe.firstVideo(), nullptr);
+    EXPECT_EQ(cameraProbe.firstVideo()->codedWidth, 320);
+    for (const auto& segment : microphone) {
+        const auto heard = decodeAudioFile(segment.url, AudioFormat{48000, 1});
+        EXPECT_GT(rootMeanSquare(heard), 0.05) << segment.url << " did not hear the tone";
+    }
+
+    // The take exports from the editor: Ctrl+E, Return, a movie of the whole take.
+    std::this_thread::sleep_for(1000ms);
+    key(editor, {"ctrl+e"});
+    std::this_thread::sleep_for(300ms);
+    key(editor, {"Return"});
+    std::optional<MediaProbe> exported;
+    const bool done = testing::waitUntil(
+        [&] {
+            std::error_code error;
+            for (const auto& entry : fs::directory_iterator(folder_ / "home" / "Desktop", error)) {
+                try {
+                    exported = probeMediaFile(entry.path());
+                    if (exported->firstVideo() != nullptr &&
+                        std::abs(exported->duration - length) < 0.2) {
+                        return true;
+                    }
+                } catch (const std::exception&) {
+                    // still being written
+                }
+            }
+            return false;
+        },
+        240s);
+    ASSERT_TRUE(done) << "no exported movie of the take";
+    EXPECT_NE(exported->firstAudio(), nullptr);
+}
+
+TEST_F(RecorderEndToEndTest, QuitKeepsTheTakeAndAKilledTakeIsRecoveredAtTheNextStart) {
+    sound_.play(tone(60, 440, 0.4f), "voice", 1);
+
+    // Quit (SIGTERM, as the desktop's logout sends) during a take stops and keeps it.
+    launch({"--record"});
+    std::string recorder = findWindow("^Orvelle$", 60s);
+    ASSERT_FALSE(recorder.empty());
+    chooseArea(recorder);
+    ASSERT_FALSE(findWindow("^Orvelle$", 20s).empty());
+    key(recorder, {"ctrl+r"});
+    const auto quitTake = waitForRecordingFolder(30s);
+    ASSERT_TRUE(quitTake);
+    std::this_thread::sleep_for(2500ms);
+    EXPECT_EQ(application_->terminate(SIGTERM), 0);
+    EXPECT_FALSE(fs::exists(*quitTake / ".orvelle-recording-in-progress"));
+    const auto quitManifest = manifestIn(*quitTake);
+    ASSERT_TRUE(quitManifest) << "the take stopped at quit has no manifest";
+
+    // Killed during a take: the next start offers the take, and Open in Editor opens it.
+    launch({"--record"});
+    recorder = findWindow("^Orvelle$", 60s);
+    ASSERT_FALSE(recorder.empty());
+    key(recorder, {"ctrl+r"}); // the area is remembered from the first run
+    std::optional<fs::path> killedTake;
+    ASSERT_TRUE(testing::waitUntil(
+        [&] {
+            killedTake = waitForRecordingFolder(1s);
+            return killedTake && *killedTake != *quitTake;
+        },
+        30s))
+        << "no second take started";
+    std::this_thread::sleep_for(3000ms);
+    application_->terminate(SIGKILL);
+    ASSERT_TRUE(fs::exists(*killedTake / ".orvelle-recording-in-progress"));
+    EXPECT_FALSE(manifestIn(*killedTake));
+
+    launch({});
+    const std::string dialog = findWindow("^Orvelle$", 60s);
+    ASSERT_FALSE(dialog.empty()) << "no recovery offered";
+    key(dialog, {"Return"});
+    const std::string editor = findWindow("^Orvelle Recording .* — Orvelle$", 90s);
+    ASSERT_FALSE(editor.empty()) << "the recovered take never opened";
+    EXPECT_FALSE(fs::exists(*killedTake / ".orvelle-recording-in-progress"));
+    const auto recovered = manifestIn(*killedTake);
+    ASSERT_TRUE(recovered);
+    fs::path screenURL = *recovered;
+    screenURL.replace_filename(
+        recovered->filename().string().substr(0, recovered->filename().string().size() - 10) +
+        ".mov");
+    const auto manifest = TakeManifest::load(screenURL);
+    ASSERT_TRUE(manifest);
+    // What was written before the kill: a few seconds of screen, camera and microphone.
+    EXPECT_GT(endOf(segmentsOf(*manifest, Kind::screen)), 1.0);
+    EXPECT_FALSE(segmentsOf(*manifest, Kind::camera).empty());
+}
+
+} // namespace
+} // namespace orvelle
