@@ -14,6 +14,7 @@
 #include "app/theme.h"
 #include "app/transcript_panel.h"
 #include "editor/clip_lane.h"
+#include "editor/editor_preset_store.h"
 
 #include <QApplication>
 #include <QDir>
@@ -105,6 +106,14 @@ int main(int argc, char** argv) {
     ApplicationOptions options;
     options.playback.player.withSound = false;
     options.playback.player.frameRate = 30;
+    // Two saved looks for the presets page to list.
+    {
+        const EditorPresetStore presets(options.presetsURL);
+        EditorProjectState look;
+        presets.put({"Tutorial", presetPayload(look)});
+        look.background.paddingAmount = 0.04;
+        presets.put({"Product demo", presetPayload(look)});
+    }
     Application shell(options);
 
     shell.recentDocuments().add(document);
