@@ -314,6 +314,7 @@ void Application::showEditor(const EditorDocument& document, const fs::path& ope
         .presets = EditorPresetStore(options_.presetsURL),
         .playback = options_.playback,
         .transcriptProcessing = options_.transcriptProcessing,
+        .languageModelHelper = options_.languageModelHelper,
         .openDocument = [this](const fs::path& path) { openDocument(path); },
         .showOpenDialog = [this] { showOpenDialog(); },
         .closed = [this] { editorClosed(); },

@@ -42,6 +42,9 @@ struct ApplicationOptions {
     CameraProviderFactory cameraProvider;
     // Whether the tray icon is shown where the desktop has a tray.
     bool trayIcon = true;
+    // The language model's helper program for the metadata drafts; absent: the usual search
+    // (beside the program, ORVELLE_LLM_HELPER, ...).
+    std::optional<std::filesystem::path> languageModelHelper;
     // Whether a take that stops is transcribed as it opens, when the models are installed.
     bool transcribeNewTakes = true;
 };

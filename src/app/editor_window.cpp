@@ -213,6 +213,8 @@ void EditorWindow::buildInterface() {
         .controller = exporter_.get(),
         .movieName = [this] { return document_.displayTitle(); },
         .showStatus = [this](const QString& text) { showStatus(text); },
+        .document = [this]() -> const EditorDocument& { return document_; },
+        .languageModelHelper = services_.languageModelHelper,
     });
     inspector_->setPage(InspectorPage::exportMovie, exportPanel_);
     transcriptPanel_ = new TranscriptPanel(*transcript_);

@@ -51,6 +51,7 @@ struct EditorWindowServices {
     PlaybackModelOptions playback;
     // Where the speech models are (absent: the installed ones).
     EditorTranscriptProcessingOptions transcriptProcessing;
+    std::optional<std::filesystem::path> languageModelHelper; // absent: the usual search
     std::function<void(const std::filesystem::path&)> openDocument;
     std::function<void()> showOpenDialog;
     // After the window has closed; it is deleted later.

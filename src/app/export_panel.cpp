@@ -123,6 +123,8 @@ ExportPanel::ExportPanel(Context context, QWidget* parent)
                                   : QStringLiteral("Saved as %1").arg(qString(plannedOutputURL())));
     });
 
+    buildPublishing();
+
     auto* buttons = new QWidget(this);
     auto* row = new QHBoxLayout(buttons);
     row->setContentsMargins(0, Theme::kSpacing, 0, 0);

@@ -1,19 +1,27 @@
 #pragma once
 
 // The export page of the inspector: format, quality, aspect ratio, size and where the movie
-// goes, the Export button, and while it runs a progress bar with Cancel; afterwards what
-// became of it ("Saved Name.mp4", "Rendered previous edit", an error's own words). The
+// goes; the YouTube publishing (title, description, chapters and tags, drafted by the
+// local model from the edited transcript and revised on request, and the upload's
+// choices); the Export button, and while it runs a progress bar with Cancel; afterwards
+// what became of it ("Saved Name.mp4", "Rendered previous edit", an error's own words). The
 // choices are the project's (its export settings); the run is the WindowExportController's.
 
 #include "app/inspector_controls.h"
 #include "app/window_export.h"
+#include "local_ai/youtube_metadata.h"
+#include "project/editor_document.h"
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <span>
 #include <string>
+#include <thread>
 
 class QLabel;
+class QLineEdit;
+class QPlainTextEdit;
 class QProgressBar;
 class QPushButton;
 
@@ -36,6 +44,9 @@ public:
         // The name the movie gets, without extension ("Orvelle Sample").
         std::function<std::string()> movieName;
         std::function<void(const QString&)> showStatus;
+        // The document whose transcript the metadata draft reads.
+        std::function<const EditorDocument&()> document;
+        std::optional<std::filesystem::path> languageModelHelper;
     };
 
     explicit ExportPanel(Context context, QWidget* parent = nullptr);
@@ -51,9 +62,20 @@ public:
     QProgressBar& progressBar() { return *progress_; }
     QString resultText() const;
 
+    // The YouTube title, description, chapters and tags drafted by the local model from
+    // the edited transcript; with an instruction, the draft shown is revised. The result
+    // goes into the project's export settings, with the exchange of a revision.
+    void requestDraft(const std::string& instruction = {});
+    bool isDrafting() const { return drafting_; }
+    QString draftStatusText() const;
+    // The chapters as the panel lists them ("0:00  Introduction").
+    QStringList chapterLines() const;
+
 private:
     void refreshRun();
     std::filesystem::path locationFolder() const;
+    void buildPublishing();
+    void draftFinished(const YouTubeMetadataDraft& draft, const std::string& instruction);
 
     Context context_;
     int sizeIndex_ = 1;
@@ -63,6 +85,17 @@ private:
     QPushButton* revealButton_ = nullptr;
     QProgressBar* progress_ = nullptr;
     QLabel* result_ = nullptr;
+    QLineEdit* youtubeTitle_ = nullptr;
+    QPlainTextEdit* youtubeDescription_ = nullptr;
+    QLineEdit* youtubeTags_ = nullptr;
+    QLabel* chapters_ = nullptr;
+    QPushButton* draftButton_ = nullptr;
+    QLineEdit* revision_ = nullptr;
+    QPushButton* reviseButton_ = nullptr;
+    QLabel* draftStatus_ = nullptr;
+    bool drafting_ = false;
+    std::jthread draftRun_;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
     Subscription exporting_;
     Subscription progressSubscription_;
     Subscription status_;

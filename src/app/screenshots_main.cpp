@@ -223,7 +223,21 @@ int main(int argc, char** argv) {
         window.transcriptPanel().selectCharacters(first.location, last.location + last.length);
     });
     if (window.inspector().page(InspectorPage::exportMovie) != nullptr) {
-        page(InspectorPage::exportMovie, "editor-export", nullptr);
+        // With a drafted title, description and chapters, which the timeline shows.
+        page(InspectorPage::exportMovie, "editor-export", [&] {
+            const double length = window.playback().editTimeline().duration();
+            store.edit("Draft YouTube Metadata", [length](EditorProjectState& p,
+                                                          EditorSelectionState&) {
+                ProjectExportSettings settings = p.exportSettings.value_or(ProjectExportSettings{});
+                settings.youtubeTitle = "Adding a function, step by step";
+                settings.youtubeDescription =
+                    "From an empty file to a tested function in a few minutes.";
+                settings.youtubeChapters = {{0, "Introduction"},
+                                            {length * 0.35, "Writing the function"},
+                                            {length * 0.7, "Running the tests"}};
+                p.exportSettings = settings;
+            });
+        });
     }
 
     window.closeWithoutPrompt();

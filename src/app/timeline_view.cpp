@@ -909,6 +909,41 @@ void TimelineView::paintRuler(QPainter& painter) const {
         }
     }
     painter.fillRect(QRectF(kLabelWidth, band.bottom(), width(), 1), Theme::separator());
+
+    // The movie's chapters (edited-video seconds), as flags with their titles.
+    const auto& settings = playback_.editorStore().project().exportSettings;
+    if (!settings) {
+        return;
+    }
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QColor flag(0xf2, 0xb3, 0x3d);
+    QFont font = Theme::interfaceFont(7.5, 600);
+    painter.setFont(font);
+    const auto& chapters = settings->youtubeChapters;
+    for (size_t i = 0; i < chapters.size(); ++i) {
+        const double x = std::round(xForTime(chapters[i].time)) + 0.5;
+        if (x < kLabelWidth || x > width()) {
+            continue;
+        }
+        const double next = i + 1 < chapters.size() ? xForTime(chapters[i + 1].time) : width();
+        painter.setPen(QPen(flag, 1.5));
+        painter.drawLine(QPointF(x, band.top() + 2), QPointF(x, band.bottom()));
+        const QString title = QFontMetricsF(font).elidedText(
+            QString::fromStdString(chapters[i].title), Qt::ElideRight,
+            std::max(0.0, std::min(next - x - 10, 180.0)));
+        if (title.isEmpty()) {
+            continue;
+        }
+        const double textWidth = QFontMetricsF(font).horizontalAdvance(title) + 8;
+        const QRectF tag(x, band.top() + 2, textWidth, 13);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(flag);
+        painter.drawRoundedRect(tag, 3, 3);
+        painter.setPen(QColor(0x1b, 0x1b, 0x20));
+        painter.drawText(tag.adjusted(4, 0, 0, 0), Qt::AlignVCenter | Qt::AlignLeft, title);
+    }
+    painter.restore();
 }
 
 void TimelineView::paintVideoRow(QPainter& painter, const std::vector<ClipBox>& clips) const {
