@@ -38,7 +38,8 @@ std::string readFile(const fs::path& path) {
     return std::move(buffer).str();
 }
 
-void writeFileAtomically(const fs::path& path, std::string_view bytes) {
+void writeFileAtomically(const fs::path& path, std::string_view bytes,
+                         std::optional<fs::perms> mode) {
     const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
     std::string pattern = (folder / ("." + path.filename().string() + ".XXXXXX")).string();
     const int fd = ::mkstemp(pattern.data());
@@ -64,9 +65,13 @@ void writeFileAtomically(const fs::path& path, std::string_view bytes) {
         written += static_cast<size_t>(n);
     }
     // mkstemp makes the file private; keep the mode of the file we replace, or use the mode
-    // of any file the user saves.
+    // of any file the user saves, unless the caller names one.
     struct stat existing {};
-    ::fchmod(fd, ::stat(path.c_str(), &existing) == 0 ? (existing.st_mode & 07777) : 0644);
+    if (mode) {
+        ::fchmod(fd, static_cast<mode_t>(*mode));
+    } else {
+        ::fchmod(fd, ::stat(path.c_str(), &existing) == 0 ? (existing.st_mode & 07777) : 0644);
+    }
     if (::fsync(fd) != 0) {
         fail("Could not flush");
     }

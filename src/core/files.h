@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -12,7 +13,10 @@ std::string readFile(const std::filesystem::path& path);
 // Writes a temporary file in the same folder, flushes it to disk and renames it over the
 // target, so readers see either the old file or the whole new one, never a part.
 // Throws FileError; on failure the temporary file is removed and the target is untouched.
-void writeFileAtomically(const std::filesystem::path& path, std::string_view bytes);
+// The new file gets `mode`, or else the mode of the file it replaces (0644 for a new one);
+// it is never readable by others while it is written.
+void writeFileAtomically(const std::filesystem::path& path, std::string_view bytes,
+                         std::optional<std::filesystem::perms> mode = std::nullopt);
 
 // True if something (file, folder or link) exists at the path; never throws.
 bool fileExists(const std::filesystem::path& path);
