@@ -9,12 +9,12 @@
 
 namespace orvelle::testing {
 
-HttpTestServer::HttpTestServer(const std::filesystem::path& folder) {
+HttpTestServer::HttpTestServer(const std::filesystem::path& folder, const std::string& script) {
     std::promise<int> port;
     auto portFuture = port.get_future();
-    run_ = std::async(std::launch::async, [this, folder, port = std::move(port)]() mutable {
+    run_ = std::async(std::launch::async, [this, folder, script, port = std::move(port)]() mutable {
         ProcessOptions options;
-        options.arguments = {(sourceDirectory() / "tests/support/http_test_server.py").string(),
+        options.arguments = {(sourceDirectory() / "tests/support" / script).string(),
                              folder.string()};
         options.terminationGrace = std::chrono::milliseconds(500);
         std::string output;

@@ -1,7 +1,8 @@
 #pragma once
 
-// The test HTTP server (support/http_test_server.py) on 127.0.0.1 with a free port, run by
-// the test itself for as long as the object lives.
+// The test HTTP server (support/http_test_server.py, or another script of support/ that
+// prints its port first) on 127.0.0.1 with a free port, run by the test itself for as long
+// as the object lives.
 
 #include <filesystem>
 #include <future>
@@ -12,8 +13,10 @@ namespace orvelle::testing {
 
 class HttpTestServer {
 public:
-    // Serves /files/NAME from `folder` besides its fixed paths.
-    explicit HttpTestServer(const std::filesystem::path& folder = ".");
+    // Serves /files/NAME from `folder` besides its fixed paths. `script` names another
+    // server of support/ that prints its port the same way.
+    explicit HttpTestServer(const std::filesystem::path& folder = ".",
+                            const std::string& script = "http_test_server.py");
     ~HttpTestServer();
     HttpTestServer(const HttpTestServer&) = delete;
     HttpTestServer& operator=(const HttpTestServer&) = delete;

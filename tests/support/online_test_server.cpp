@@ -1,0 +1,67 @@
+#include "support/online_test_server.h"
+
+#include "platform/http/http.h"
+#include "support/temporary_directory.h"
+
+#include <stdexcept>
+
+namespace orvelle::testing {
+
+namespace {
+
+Json post(const std::string& url, const Json& body) {
+    HttpRequest request;
+    request.method = "POST";
+    request.url = url;
+    request.headers = {{"Content-Type", "application/json"}};
+    request.body = body.dump();
+    const auto response = sendHttpRequest(request);
+    if (response.status != 200) {
+        throw std::runtime_error("the online test server refused " + url + ": " + response.body);
+    }
+    return Json::parse(response.body);
+}
+
+} // namespace
+
+OnlineTestServer::OnlineTestServer(const std::filesystem::path& folder)
+    : server_(folder, "online_test_server.py") {}
+
+void OnlineTestServer::addFaults(const Json& faults) const {
+    post(url("/control/faults"), faults);
+}
+
+void OnlineTestServer::setSettings(const Json& settings) const {
+    post(url("/control/settings"), settings);
+}
+
+void OnlineTestServer::setCatalogue(const Json& tracks) const {
+    post(url("/control/catalogue"), tracks);
+}
+
+Json OnlineTestServer::state() const {
+    HttpRequest request;
+    request.url = url("/control/state");
+    return Json::parse(sendHttpRequest(request).body);
+}
+
+void OnlineTestServer::writeClientFile(const std::filesystem::path& file) const {
+    const Json client{{"installed",
+                       {{"client_id", "test-client.apps.example"},
+                        {"client_secret", "test-secret"},
+                        {"auth_uri", url("/o/oauth2/auth")},
+                        {"token_uri", url("/token")},
+                        {"revoke_uri", url("/revoke")},
+                        {"userinfo_uri", url("/v1/userinfo")},
+                        {"redirect_uris", {"http://localhost"}}}}};
+    writeTextFile(file, client.dump(2));
+}
+
+std::string OnlineTestServer::browse(const std::string& url) {
+    HttpRequest request;
+    request.url = url;
+    request.timeout = std::chrono::seconds(20);
+    return sendHttpRequest(request).body;
+}
+
+} // namespace orvelle::testing
