@@ -47,5 +47,13 @@ Command recoverCommand();
 Command discardCommand();
 Command recordCommand();
 Command devicesCommand();
+Command accountStatusCommand();
+Command accountSignInCommand();
+Command accountSignOutCommand();
+Command uploadCommand();
+Command musicRegisterCommand();
+Command musicSearchCommand();
+Command musicGetCommand();
+Command musicCacheCommand();
 
 } // namespace orvelle::cli

@@ -1,12 +1,14 @@
 #include "cli/commands.h"
 #include "cli/frame_input.h"
 #include "cli/interrupt.h"
+#include "cli/online_input.h"
 #include "cli/output.h"
 #include "core/file_url.h"
 #include "export/export_snapshot.h"
 #include "export/render_export_codec.h"
 #include "export/render_exporter.h"
 #include "export/render_pipe.h"
+#include "publish/export_controller.h"
 #include "transcript_edit/editor_transcript_store.h"
 #include "transcript_edit/transcript_captions.h"
 
@@ -83,12 +85,11 @@ Json settingsJson(const RenderExportSettings& settings, double duration) {
 
 // The take as the export panel sees it, with the user's choices from the command line.
 RenderExportSettings exportSettings(const Arguments& arguments, const fs::path& output,
-                                    double& duration) {
+                                    double& duration, ExportSnapshot& snapshot, Size& size) {
     const std::string& document = arguments.positional(0, "the document");
     // The aspect ratio then shapes the size asked for.
-    const Size size = stageSizeOption(arguments);
+    size = stageSizeOption(arguments);
     const RenderFrameSource source = openFrameSource(document, size);
-    ExportSnapshot snapshot;
     snapshot.project = source.project;
     snapshot.project.screen.aspectRatio =
         enumOption(arguments, "--aspect", snapshot.project.screen.aspectRatio);
@@ -119,9 +120,11 @@ RenderExportSettings exportSettings(const Arguments& arguments, const fs::path& 
                             "transcript process " +
                             document + "' first.");
             }
-            for (auto& clip : TranscriptCaptions::burnedInTextClips(
+            // Into the snapshot as well: the export controller renders from it.
+            for (const auto& clip : TranscriptCaptions::burnedInTextClips(
                      TranscriptCaptions::cues(*transcript, settings.project))) {
-                settings.project.text.clips.push_back(std::move(clip));
+                settings.project.text.clips.push_back(clip);
+                snapshot.project.text.clips.push_back(clip);
             }
         } else if (*captions != "none") {
             throw UsageError("--captions takes burn or none, not \"" + *captions + "\".");
@@ -153,7 +156,10 @@ int runExport(const Arguments& arguments) {
     }
     const fs::path output = fs::absolute(*outputArgument).lexically_normal();
     double duration = 0;
-    const RenderExportSettings settings = exportSettings(arguments, output, duration);
+    ExportSnapshot snapshot;
+    Size size;
+    const RenderExportSettings settings =
+        exportSettings(arguments, output, duration, snapshot, size);
     const bool json = arguments.flag("--json");
     if (arguments.flag("--dry-run")) {
         RenderExporterV2::validateOutputURL(settings);
@@ -168,16 +174,42 @@ int runExport(const Arguments& arguments) {
         return 0;
     }
 
+    // The export panel's way: the controller renders the snapshot and, when asked, uploads
+    // the movie, with one progress bar for both.
+    std::optional<YouTubeUploadRequest> upload;
+    RunLoop mainThread;
+    std::unique_ptr<GoogleOAuthController> account;
+    ExportController::Configuration configuration;
+    if (arguments.flag("--upload")) {
+        upload = uploadRequestFromArguments(arguments, output);
+        account = googleAccount(mainThread);
+        const OnlineServiceEndpoints endpoints = OnlineServiceEndpoints::load();
+        configuration.googleAccount = account.get();
+        configuration.upload = uploadClientOptions(endpoints);
+        configuration.youtubeWatchURL = endpoints.youtubeWatchURL;
+    }
+    ExportController controller(
+        mainThread, [&]() -> std::optional<ExportSnapshot> { return snapshot; }, configuration);
     InterruptStop interrupt;
-    ProgressReporter progress("Exporting " + output.filename().string());
+    ProgressReporter progress((upload ? "Exporting and uploading " : "Exporting ") +
+                              output.filename().string());
+    const auto bar = controller.progress().observe([&](double value) { progress.update(value); });
     const auto started = std::chrono::steady_clock::now();
-    try {
-        RenderExporterV2::exportMovie(
-            settings, RenderExporterV2::defaultResources(),
-            [&](double fraction) { progress.update(fraction); }, {}, interrupt.token());
-    } catch (const CancellationError&) {
-        std::cerr << "\norvelle export: cancelled; " << output.string() << " was left as it was.\n";
-        return kInterruptedStatus;
+    controller.start(output, static_cast<int>(size.width), static_cast<int>(size.height),
+                     settings.fileType, settings.quality, false, upload, settings.fps);
+    while (controller.isExporting().value()) {
+        mainThread.runFor(std::chrono::milliseconds(50));
+        if (interrupt.interrupted()) {
+            controller.cancel();
+            std::cerr << "\norvelle export: cancelled; "
+                      << (controller.renderedURL().value()
+                              ? "the movie was kept, nothing was uploaded.\n"
+                              : output.string() + " was left as it was.\n");
+            return kInterruptedStatus;
+        }
+    }
+    if (!controller.renderedURL().value() || (upload && !controller.youTubeURL().value())) {
+        throw Error(controller.statusText().value().value_or("The export failed."));
     }
     progress.finish();
     const double seconds =
@@ -185,24 +217,46 @@ int runExport(const Arguments& arguments) {
     if (json) {
         Json result = settingsJson(settings, duration);
         result["secondsToExport"] = seconds;
+        if (upload) {
+            result["youTubeURL"] = *controller.youTubeURL().value();
+        }
         printJson(result);
     } else {
         std::cout << "Wrote " << output.string() << " (" << settings.width << "x" << settings.height
                   << ", " << settings.fps << " fps, " << formatSeconds(duration) << ") in "
                   << formatSeconds(seconds) << ".\n";
+        if (upload) {
+            std::cout << "Uploaded to YouTube: " << *controller.youTubeURL().value() << "\n";
+        }
     }
     return 0;
+}
+
+std::vector<OptionSpec> exportOptions() {
+    std::vector<OptionSpec> options{{"--output", true, "-o"},
+                                    {"--quality", true},
+                                    {"--size", true},
+                                    {"--aspect", true},
+                                    {"--fps", true},
+                                    {"--captions", true},
+                                    {"--dry-run"},
+                                    {"--json"},
+                                    {"--upload"}};
+    for (auto& option : uploadOptionSpecs()) {
+        options.push_back(std::move(option));
+    }
+    return options;
 }
 
 } // namespace
 
 Command exportCommand() {
     return {
-        "export",
-        "render an edit into a finished movie (mp4 or mov)",
+        "export", "render an edit into a finished movie (mp4 or mov)",
         "orvelle export DOCUMENT -o OUT.mp4|OUT.mov [--quality standard|high|best]\n"
         "               [--size WxH] [--aspect auto|wide|square|classic|vertical|tall|portrait]\n"
-        "               [--fps N] [--captions burn] [--dry-run] [--json]\n\n"
+        "               [--fps N] [--captions burn] [--dry-run] [--json]\n"
+        "               [--upload [--title T] [--privacy private|unlisted|public] ...]\n\n"
         "Renders DOCUMENT (a take's movie or .take.json, a project package, a bare movie or\n"
         "a project JSON) into a movie: zooms, the styled pointer, the background, camera,\n"
         "mask, text, the sound of the edit with music and click sounds. A take never\n"
@@ -217,16 +271,11 @@ Command exportCommand() {
         "under a hidden name and replaces OUT only when it is finished: Ctrl-C, a failure\n"
         "or a killed export leaves OUT as it was. With --dry-run prints the settings it\n"
         "would use (sizes, fps, codecs, bit rate, duration) and writes nothing; --json\n"
-        "prints them as JSON, and after an export prints them with secondsToExport.",
-        {{"--output", true, "-o"},
-         {"--quality", true},
-         {"--size", true},
-         {"--aspect", true},
-         {"--fps", true},
-         {"--captions", true},
-         {"--dry-run"},
-         {"--json"}},
-        runExport};
+        "prints them as JSON, and after an export prints them with secondsToExport. With\n"
+        "--upload the movie then goes to YouTube with the connected Google account (see\n"
+        "'orvelle account sign-in'), taking the metadata options of 'orvelle upload'; one\n"
+        "progress bar covers both, and --json adds youTubeURL.",
+        exportOptions(), runExport};
 }
 
 } // namespace orvelle::cli

@@ -60,6 +60,14 @@ std::vector<Command> allCommands() {
         discardCommand(),
         recordCommand(),
         devicesCommand(),
+        accountStatusCommand(),
+        accountSignInCommand(),
+        accountSignOutCommand(),
+        uploadCommand(),
+        musicRegisterCommand(),
+        musicSearchCommand(),
+        musicGetCommand(),
+        musicCacheCommand(),
     };
     // clang-format on
 }
