@@ -9,6 +9,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <ranges>
 
 namespace orvelle {
 
@@ -32,11 +33,11 @@ std::string joined(const std::vector<std::string>& words, size_t from, size_t to
 
 bool endsSentence(const std::string& text) {
     const std::u32string scalars = decodeUTF8(text);
-    for (auto it = scalars.rbegin(); it != scalars.rend(); ++it) {
-        if (isLetterOrDigit(*it)) {
+    for (const char32_t scalar : std::ranges::reverse_view(scalars)) {
+        if (isLetterOrDigit(scalar)) {
             return false;
         }
-        if (*it == U'.' || *it == U'!' || *it == U'?' || *it == U'\u2026') {
+        if (scalar == U'.' || scalar == U'!' || scalar == U'?' || scalar == U'\u2026') {
             return true;
         }
     }

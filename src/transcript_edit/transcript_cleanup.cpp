@@ -157,6 +157,7 @@ pauseSuggestions(const std::vector<IndexedTranscriptWord>& words, double sourceD
 std::vector<TranscriptCleanupSuggestion>
 fillerSuggestions(const std::vector<IndexedTranscriptWord>& words) {
     std::vector<std::vector<std::string>> phrases;
+    phrases.reserve(kFillerPhrases.size());
     for (const auto phrase : kFillerPhrases) {
         phrases.push_back(phraseWords(phrase));
     }

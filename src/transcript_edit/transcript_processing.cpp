@@ -354,7 +354,8 @@ void EditorTranscriptBackgroundProcessor::startNext() {
     if (pending_.empty()) {
         return;
     }
-    auto [document, completion] = std::move(pending_.front());
+    EditorDocument document = std::move(pending_.front().first);
+    Completion completion = std::move(pending_.front().second);
     pending_.erase(pending_.begin());
     const double duration = takeSourceDuration(document.manifest).seconds;
     auto shared = std::make_shared<Completion>(std::move(completion));
