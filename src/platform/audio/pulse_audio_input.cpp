@@ -159,14 +159,14 @@ void AudioInput::start(CaptureCallback onSamples, EndCallback onEnd) {
         throw AudioInputError(
             detail::PulseContext::unreachable(pa_context_errno(state.pulse.context)));
     }
-    pa_sample_spec spec{};
-    spec.format = PA_SAMPLE_FLOAT32NE;
-    spec.rate = static_cast<uint32_t>(state.options.sampleRate);
-    spec.channels = static_cast<uint8_t>(state.options.channelCount);
+    pa_sample_spec sampleSpec{};
+    sampleSpec.format = PA_SAMPLE_FLOAT32NE;
+    sampleSpec.rate = static_cast<uint32_t>(state.options.sampleRate);
+    sampleSpec.channels = static_cast<uint8_t>(state.options.channelCount);
     pa_channel_map map;
-    pa_channel_map_init_extend(&map, spec.channels, PA_CHANNEL_MAP_DEFAULT);
+    pa_channel_map_init_extend(&map, sampleSpec.channels, PA_CHANNEL_MAP_DEFAULT);
     state.stream =
-        pa_stream_new(state.pulse.context, state.options.streamName.c_str(), &spec, &map);
+        pa_stream_new(state.pulse.context, state.options.streamName.c_str(), &sampleSpec, &map);
     if (state.stream == nullptr) {
         throw AudioInputError(state.refused(state.pulse.lastError()));
     }
