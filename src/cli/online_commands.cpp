@@ -19,8 +19,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kInterruptedStatus = 130;
-
 Json accountJson(const GoogleOAuthAccount& account) {
     Json json = encodeJson(account);
     json["displayName"] = account.displayName();
