@@ -48,11 +48,12 @@ protected:
         return result;
     }
 
-    LlamaCPPYouTubeMetadataGenerator generator(const std::filesystem::path& executable) const {
+    LlamaCPPYouTubeMetadataGenerator generator(const std::filesystem::path& executable,
+                                               int maxGeneratedTokens = 400) const {
         LlamaCPPYouTubeMetadataGenerator::Configuration configuration;
         configuration.executableURL = executable;
         configuration.contextSize = 4096;
-        configuration.maxGeneratedTokens = 400;
+        configuration.maxGeneratedTokens = maxGeneratedTokens;
         configuration.limits.timeout = 300s;
         return LlamaCPPYouTubeMetadataGenerator(configuration, {{}, tinyModel()});
     }
@@ -104,6 +105,19 @@ TEST_F(RealLlamaTest, ADraftFromTheHelperAndFromLlamaCLIItself) {
         ASSERT_FALSE(progress.empty());
         EXPECT_EQ(progress.front(), "Loading Qwen");
         EXPECT_EQ(progress.back(), "Reading draft");
+    }
+}
+
+TEST_F(RealLlamaTest, AnAnswerCutOffByTheTokenLimitIsRefusedInOurWords) {
+    // Six tokens cannot hold the four keys: llama-cli stops mid-object, and the draft is
+    // refused with what the model did write rather than half read.
+    const std::string words = "Qwen did not return valid metadata JSON. Output: {";
+    try {
+        generator(kHelper, 6).generate(request(), {}, {});
+        ADD_FAILURE() << "a cut-off answer was read as a draft";
+    } catch (const YouTubeMetadataGenerationError& error) {
+        EXPECT_EQ(error.code(), YouTubeMetadataGenerationErrorCode::invalidOutput) << error.what();
+        EXPECT_EQ(std::string(error.what()).substr(0, words.size()), words);
     }
 }
 
