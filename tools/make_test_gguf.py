@@ -9,13 +9,14 @@ tests, chat template included. Run it with Debian's /usr/bin/python3 and python3
 
 The model has the Qwen2 shape at toy size (2 layers, 32 wide) with random weights from a
 fixed seed, so it says nothing sensible. Its output layer carries a bias towards a few
-tokens: a handful of words, the quote that ends a JSON string, the brackets that end a list
-and the end-of-text token. The quote outranks the words by more than the random weights
-move the logits, so inside a string it is the likeliest token allowed at every step, and
-so are the brackets in a list: under a JSON schema (llama-cli --json-schema) every string
-and list ends within a few tokens, at any temperature, and the whole answer is a short,
-well-formed object that ends (now and then a word comes before a quote at the default
-temperature).
+tokens: a handful of words, the quote that ends a JSON string, the brackets that end a list,
+the comma, two digits and the end-of-text token. The quote outranks the words by more than
+the random weights move the logits, so inside a string it is the likeliest token allowed at
+every step; the brackets outrank the comma, and the comma the digits, so a list ends and a
+number is one digit (sixteen of them and an exponent would overflow a double). Under a JSON
+schema (llama-cli --json-schema) the whole answer is therefore a short, well-formed object
+that ends, at any temperature. Where none of these tokens is allowed (blanks, a key), the
+random weights choose, so the text still differs a little from run to run.
 """
 
 import os
@@ -42,6 +43,7 @@ PREFERRED = {
     "]": 11.0,
     "],": 10.0,
     "}": 10.0,
+    ",": 9.0,
     "1": 8.0,
     "5": 8.0,
     "<|endoftext|>": 14.0,
