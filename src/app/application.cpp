@@ -6,6 +6,8 @@
 #include "app/settings_window.h"
 #include "app/start_window.h"
 #include "core/log.h"
+#include "online/google_oauth_controller.h"
+#include "platform/secrets/secret_store.h"
 #include "project/editor_document.h"
 #include "recording/recording_crash_recovery.h"
 #include "recording/recording_scratch_store.h"
@@ -24,6 +26,17 @@ namespace orvelle {
 namespace fs = std::filesystem;
 
 namespace {
+
+// Where uploads go: the defaults, the settings file and the environment; a settings file
+// that does not read leaves the defaults (and says so in the log).
+OnlineServiceEndpoints onlineEndpoints() {
+    try {
+        return OnlineServiceEndpoints::load();
+    } catch (const std::exception& error) {
+        logWarning("Online", error.what());
+        return {};
+    }
+}
 
 QString qString(const fs::path& path) {
     return QString::fromStdString(path.string());
@@ -133,6 +146,19 @@ void Application::offerRecovery(std::vector<RecordingCrashRecovery::AbandonedTak
                         }
                         continueWith();
                     });
+}
+
+GoogleOAuthController* Application::googleAccount() {
+    if (!googleAccountTried_) {
+        googleAccountTried_ = true;
+        try {
+            googleAccount_ = std::make_unique<GoogleOAuthController>(
+                mainExecutor(), openDefaultSecretStore(), GoogleOAuthController::Configuration{});
+        } catch (const std::exception& error) {
+            logWarning("Online", "no Google account for uploads: ", error.what());
+        }
+    }
+    return googleAccount_.get();
 }
 
 RecorderSession& Application::recorderSession() {
@@ -315,6 +341,8 @@ void Application::showEditor(const EditorDocument& document, const fs::path& ope
         .playback = options_.playback,
         .transcriptProcessing = options_.transcriptProcessing,
         .languageModelHelper = options_.languageModelHelper,
+        .googleAccount = googleAccount(),
+        .endpoints = onlineEndpoints(),
         .openDocument = [this](const fs::path& path) { openDocument(path); },
         .showOpenDialog = [this] { showOpenDialog(); },
         .closed = [this] { editorClosed(); },

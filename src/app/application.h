@@ -28,6 +28,7 @@ class QWidget;
 namespace orvelle {
 
 class EditorWindow;
+class GoogleOAuthController;
 class RecorderWindow;
 class SettingsWindow;
 class StartWindow;
@@ -81,6 +82,9 @@ public:
     RecorderSession& recorderSession();
     RecorderWindow& recorderWindow();
     SettingsWindow& settingsWindow();
+    // The Google account of the uploads; absent when this computer has no OAuth client file
+    // or secret store (uploads then say what is missing).
+    GoogleOAuthController* googleAccount();
     bool hasRecorder() const { return recorderWindow_ != nullptr; }
 
     // Called with each editor window once it is shown.
@@ -110,6 +114,8 @@ private:
     std::unique_ptr<RecorderSession> recorderSession_;
     std::unique_ptr<RecorderWindow> recorderWindow_;
     std::unique_ptr<SettingsWindow> settingsWindow_;
+    std::unique_ptr<GoogleOAuthController> googleAccount_;
+    bool googleAccountTried_ = false;
     QSystemTrayIcon* tray_ = nullptr;
     std::vector<Subscription> recorderSubscriptions_;
     BackgroundWork work_{"com.orvelle.app.open"};

@@ -57,15 +57,26 @@ EditorWindow::EditorWindow(const EditorDocument& document, EditorWindowServices 
     setWindowIcon(applicationIcon());
     setAcceptDrops(false);
     playback_ = std::make_unique<PlaybackModel>(store_, mainExecutor(), services_.playback);
-    exporter_ =
-        std::make_unique<WindowExportController>(store_, [this] { return exportSnapshot(); });
+    ExportController::Configuration exportConfiguration;
+    exportConfiguration.googleAccount = services_.googleAccount;
+    exportConfiguration.upload.endpointURL = services_.endpoints.youtubeUploadURL;
+    exportConfiguration.youtubeWatchURL = services_.endpoints.youtubeWatchURL;
+    exporter_ = std::make_unique<ExportController>(
+        mainExecutor(), [this] { return exportSnapshot(); }, exportConfiguration);
+    lastEdit_ = EditorEditableProjectState::from(store_.project());
     transcript_ = std::make_unique<EditorTranscriptController>(*playback_, mainExecutor(),
                                                                services_.transcriptProcessing);
     buildInterface();
     buildMenus();
     restoreWindowState();
 
-    projectSubscription_ = store_.observeProject([this](const EditorProjectState&) {
+    projectSubscription_ = store_.observeProject([this](const EditorProjectState& project) {
+        // A run under way renders the edit it started from: a change of the picture (not
+        // of the export's own choices) makes its result one of an earlier edit.
+        if (auto edit = EditorEditableProjectState::from(project); !(edit == lastEdit_)) {
+            lastEdit_ = std::move(edit);
+            exporter_->noteEditChanged();
+        }
         // What loading fills in (the timeline of a take opened for the first time, once
         // the length of its media is known; sizes and speech found in the background) is
         // where the edit starts, not a change of the user's: while nothing can be undone
@@ -211,6 +222,7 @@ void EditorWindow::buildInterface() {
     exportPanel_ = new ExportPanel(ExportPanel::Context{
         .store = &store_,
         .controller = exporter_.get(),
+        .googleAccount = services_.googleAccount,
         .movieName = [this] { return document_.displayTitle(); },
         .showStatus = [this](const QString& text) { showStatus(text); },
         .document = [this]() -> const EditorDocument& { return document_; },
@@ -422,6 +434,20 @@ void EditorWindow::buildMenus() {
     file->addSeparator();
     add(file, QStringLiteral("&Export Movie…"), {QKeySequence(QStringLiteral("Ctrl+E"))},
         [this] { showExportPanel(); });
+    add(file, QStringLiteral("Export and &Upload to YouTube"),
+        {QKeySequence(QStringLiteral("Ctrl+Shift+U"))}, [this] {
+            if (!exporter_->isExporting().value()) {
+                store_.edit("Change YouTube Upload",
+                            [](EditorProjectState& p, EditorSelectionState&) {
+                                ProjectExportSettings settings =
+                                    p.exportSettings.value_or(ProjectExportSettings{});
+                                settings.uploadToYouTube = true;
+                                p.exportSettings = settings;
+                            });
+            }
+            showExportPanel();
+            exportPanel_->startExport();
+        });
     file->addSeparator();
     add(file, QStringLiteral("&Close Window"), {QKeySequence(QStringLiteral("Ctrl+W"))},
         [this] { close(); });

@@ -10,13 +10,14 @@
 #include "app/background_work.h"
 #include "app/inspector.h"
 #include "app/timeline_thumbnails.h"
-#include "app/window_export.h"
 #include "editor/editor_preset_store.h"
 #include "editor/editor_store.h"
+#include "online/online_endpoints.h"
 #include "playback/playback_model.h"
 #include "project/editor_document.h"
 #include "project/last_editor_settings_store.h"
 #include "project/media_asset_metadata.h"
+#include "publish/export_controller.h"
 #include "transcript_edit/editor_transcript_controller.h"
 
 #include <QMainWindow>
@@ -52,6 +53,10 @@ struct EditorWindowServices {
     // Where the speech models are (absent: the installed ones).
     EditorTranscriptProcessingOptions transcriptProcessing;
     std::optional<std::filesystem::path> languageModelHelper; // absent: the usual search
+    // The Google account of the uploads; absent: uploads stop before they begin.
+    GoogleOAuthController* googleAccount = nullptr;
+    // Where uploads go and are watched.
+    OnlineServiceEndpoints endpoints;
     std::function<void(const std::filesystem::path&)> openDocument;
     std::function<void()> showOpenDialog;
     // After the window has closed; it is deleted later.
@@ -72,7 +77,7 @@ public:
     TimelineView& timeline() { return *timeline_; }
     Inspector& inspector() { return *inspector_; }
     TimelineThumbnails& thumbnails() { return thumbnails_; }
-    WindowExportController& exporter() { return *exporter_; }
+    ExportController& exporter() { return *exporter_; }
     ExportPanel& exportPanel() { return *exportPanel_; }
     EditorTranscriptController& transcript() { return *transcript_; }
     TranscriptPanel& transcriptPanel() { return *transcriptPanel_; }
@@ -135,7 +140,8 @@ private:
     EditorWindowServices services_;
     EditorStore store_;
     std::unique_ptr<PlaybackModel> playback_;
-    std::unique_ptr<WindowExportController> exporter_;
+    std::unique_ptr<ExportController> exporter_;
+    EditorEditableProjectState lastEdit_; // what the picture depends on, for a run's staleness
     std::unique_ptr<EditorTranscriptController> transcript_;
     TimelineThumbnails thumbnails_;
     BackgroundWork work_{"com.orvelle.editor.files"};

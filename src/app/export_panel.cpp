@@ -2,6 +2,7 @@
 
 #include "app/icons.h"
 #include "app/theme.h"
+#include "core/xdg_paths.h"
 
 #include <QComboBox>
 #include <QDesktopServices>
@@ -147,6 +148,9 @@ ExportPanel::ExportPanel(Context context, QWidget* parent)
     result_->setWordWrap(true);
     revealButton_ = new QPushButton(QStringLiteral("Show in Folder"), this);
     addWidget(revealButton_);
+    watchLink_ = addNote(QString());
+    watchLink_->setOpenExternalLinks(true);
+    watchLink_->setTextFormat(Qt::RichText);
     addStretch();
 
     QObject::connect(exportButton_, &QPushButton::clicked, this, [this] { startExport(); });
@@ -165,11 +169,13 @@ ExportPanel::ExportPanel(Context context, QWidget* parent)
             QDesktopServices::openUrl(QUrl::fromLocalFile(qString(url->parent_path())));
         }
     });
-    WindowExportController& controller = *context_.controller;
+    ExportController& controller = *context_.controller;
     exporting_ = controller.isExporting().observe([this](const bool&) { refreshRun(); });
     progressSubscription_ = controller.progress().observe([this](const double&) { refreshRun(); });
     status_ = controller.statusText().observe(
         [this](const std::optional<std::string>&) { refreshRun(); });
+    accountSubscriptions_.push_back(controller.youTubeURL().observe(
+        [this](const std::optional<std::string>&) { refreshRun(); }));
     refreshRun();
 }
 
@@ -198,21 +204,33 @@ fs::path ExportPanel::plannedOutputURL() const {
 }
 
 bool ExportPanel::startExport() {
-    WindowExportController& controller = *context_.controller;
+    ExportController& controller = *context_.controller;
     if (controller.isExporting().value()) {
         return false;
     }
     const ProjectExportSettings settings = settingsOf(context_.store->project());
-    ExportRequest request;
-    request.fileType =
+    const auto fileType =
         settings.format == "mov" ? RenderExportFileType::mov : RenderExportFileType::mp4;
-    request.quality = settings.quality == "standard" ? RenderExportQuality::standard
-                      : settings.quality == "best"   ? RenderExportQuality::best
-                                                     : RenderExportQuality::high;
+    const auto quality = settings.quality == "standard" ? RenderExportQuality::standard
+                         : settings.quality == "best"   ? RenderExportQuality::best
+                                                        : RenderExportQuality::high;
     const ExportSize& size = kSizes[static_cast<size_t>(sizeIndex_)];
-    request.outputWidth = size.width;
-    request.outputHeight = size.height;
-    if (settings.location == "choose") {
+    const bool uploads = settings.uploadToYouTube;
+    if (uploads && (context_.googleAccount == nullptr || !context_.googleAccount->isConnected())) {
+        result_->setText(QStringLiteral("Connect a Google account before uploading to YouTube."));
+        result_->setVisible(true);
+        return false;
+    }
+    // An upload without a copy on this computer renders into a file of the controller's own.
+    const bool temporary = uploads && !settings.saveLocalCopy;
+    fs::path output;
+    if (temporary) {
+        std::error_code error;
+        const fs::path folder = cachesDirectory() / "Exports";
+        fs::create_directories(folder, error);
+        output = folder / ((context_.movieName ? context_.movieName() : std::string("Orvelle")) +
+                           (settings.format == "mov" ? ".mov" : ".mp4"));
+    } else if (settings.location == "choose") {
         const QString chosen = QFileDialog::getSaveFileName(
             this, QStringLiteral("Export Movie"),
             qString(locationFolder() / ((context_.movieName ? context_.movieName() : "Orvelle") +
@@ -222,13 +240,19 @@ bool ExportPanel::startExport() {
         if (chosen.isEmpty()) {
             return false;
         }
-        request.outputURL = fs::path(chosen.toStdString());
+        output = fs::path(chosen.toStdString());
     } else {
         std::error_code error;
         fs::create_directories(locationFolder(), error);
-        request.outputURL = plannedOutputURL();
+        output = plannedOutputURL();
     }
-    if (!controller.start(request)) {
+    // The chosen name takes the format's extension.
+    output.replace_extension(settings.format == "mov" ? ".mov" : ".mp4");
+    std::optional<YouTubeUploadRequest> upload;
+    if (uploads) {
+        upload = uploadRequest(settings, output);
+    }
+    if (!controller.start(output, size.width, size.height, fileType, quality, temporary, upload)) {
         if (context_.showStatus) {
             context_.showStatus(QStringLiteral("Nothing to export until the recording has loaded"));
         }
@@ -242,7 +266,7 @@ QString ExportPanel::resultText() const {
 }
 
 void ExportPanel::refreshRun() {
-    const WindowExportController& controller = *context_.controller;
+    const ExportController& controller = *context_.controller;
     const bool running = controller.isExporting().value();
     exportButton_->setEnabled(!running);
     cancelButton_->setVisible(running);
@@ -251,7 +275,16 @@ void ExportPanel::refreshRun() {
     const auto& status = controller.statusText().value();
     result_->setText(status ? QString::fromStdString(*status) : QString());
     result_->setVisible(status.has_value());
-    revealButton_->setVisible(!running && controller.renderedURL().value().has_value());
+    revealButton_->setVisible(!running && controller.renderedURL().value().has_value() &&
+                              !controller.renderedFileIsTemporary().value());
+    const auto& watch = controller.youTubeURL().value();
+    watchLink_->setText(watch ? QStringLiteral("<a href=\"%1\">Watch on YouTube</a>")
+                                    .arg(QString::fromStdString(*watch).toHtmlEscaped())
+                              : QString());
+    watchLink_->setVisible(watch.has_value() && !running);
+    exportButton_->setText(settingsOf(context_.store->project()).uploadToYouTube
+                               ? QStringLiteral("Export and Upload")
+                               : QStringLiteral("Export Movie"));
     refresh();
 }
 

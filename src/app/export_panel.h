@@ -5,12 +5,14 @@
 // local model from the edited transcript and revised on request, and the upload's
 // choices); the Export button, and while it runs a progress bar with Cancel; afterwards
 // what became of it ("Saved Name.mp4", "Rendered previous edit", an error's own words). The
-// choices are the project's (its export settings); the run is the WindowExportController's.
+// choices are the project's (its export settings); the run, render and upload with one
+// progress bar, is the ExportController's.
 
 #include "app/inspector_controls.h"
-#include "app/window_export.h"
 #include "local_ai/youtube_metadata.h"
+#include "online/google_oauth_controller.h"
 #include "project/editor_document.h"
+#include "publish/export_controller.h"
 
 #include <filesystem>
 #include <functional>
@@ -18,6 +20,7 @@
 #include <span>
 #include <string>
 #include <thread>
+#include <vector>
 
 class QLabel;
 class QLineEdit;
@@ -40,7 +43,9 @@ class ExportPanel : public InspectorPanel {
 public:
     struct Context {
         EditorStore* store = nullptr;
-        WindowExportController* controller = nullptr;
+        ExportController* controller = nullptr;
+        // The account uploads go with; absent: none can be connected here.
+        GoogleOAuthController* googleAccount = nullptr;
         // The name the movie gets, without extension ("Orvelle Sample").
         std::function<std::string()> movieName;
         std::function<void(const QString&)> showStatus;
@@ -61,6 +66,13 @@ public:
     QPushButton& cancelButton() { return *cancelButton_; }
     QProgressBar& progressBar() { return *progress_; }
     QString resultText() const;
+    // The upload the project's choices ask for, of `file`.
+    static YouTubeUploadRequest uploadRequest(const ProjectExportSettings& settings,
+                                              const std::filesystem::path& file);
+    QString accountText() const;
+    QPushButton& connectButton() { return *connectButton_; }
+    // Scrolls to the YouTube part.
+    void showPublishing();
 
     // The YouTube title, description, chapters and tags drafted by the local model from
     // the edited transcript; with an instruction, the draft shown is revised. The result
@@ -75,6 +87,7 @@ private:
     void refreshRun();
     std::filesystem::path locationFolder() const;
     void buildPublishing();
+    void refreshAccount();
     void draftFinished(const YouTubeMetadataDraft& draft, const std::string& instruction);
 
     Context context_;
@@ -93,6 +106,10 @@ private:
     QLineEdit* revision_ = nullptr;
     QPushButton* reviseButton_ = nullptr;
     QLabel* draftStatus_ = nullptr;
+    QLabel* account_ = nullptr;
+    QPushButton* connectButton_ = nullptr;
+    QLabel* watchLink_ = nullptr;
+    std::vector<Subscription> accountSubscriptions_;
     bool drafting_ = false;
     std::jthread draftRun_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);

@@ -79,6 +79,61 @@ std::vector<std::string> splitTags(const std::string& text) {
 
 void ExportPanel::buildPublishing() {
     addSection(QStringLiteral("YouTube"));
+    // The account, then whether the export goes up.
+    auto* accountRow = new QWidget(this);
+    auto* accountLayout = new QHBoxLayout(accountRow);
+    accountLayout->setContentsMargins(0, 0, 0, 0);
+    accountLayout->setSpacing(Theme::kSpacing);
+    account_ = new QLabel(accountRow);
+    account_->setWordWrap(true);
+    accountLayout->addWidget(account_, 1);
+    connectButton_ = new QPushButton(accountRow);
+    accountLayout->addWidget(connectButton_);
+    addWidget(accountRow);
+    QObject::connect(connectButton_, &QPushButton::clicked, this, [this] {
+        GoogleOAuthController* google = context_.googleAccount;
+        if (google == nullptr) {
+            return;
+        }
+        if (google->account().value()) {
+            try {
+                google->disconnect();
+            } catch (const std::exception& error) {
+                account_->setText(QString::fromUtf8(error.what()));
+            }
+        } else if (!google->isConnectionRunning()) {
+            google->connect();
+        }
+        refreshAccount();
+    });
+    if (GoogleOAuthController* google = context_.googleAccount) {
+        google->loadStoredCredentialIfNeeded();
+        const auto refreshAccountLater = [this](const auto&) { refreshAccount(); };
+        accountSubscriptions_.push_back(google->account().observe(refreshAccountLater));
+        accountSubscriptions_.push_back(google->isConnecting().observe(refreshAccountLater));
+        accountSubscriptions_.push_back(google->errorMessage().observe(refreshAccountLater));
+    }
+    refreshAccount();
+    addToggle(
+        QStringLiteral("Upload to YouTube"), "Change YouTube Upload",
+        [](const EditorProjectState& p, const EditorSelectionState&) {
+            return std::optional<bool>(exportSettings(p).uploadToYouTube);
+        },
+        [](EditorProjectState& p, EditorSelectionState&, bool on) {
+            ProjectExportSettings settings = exportSettings(p);
+            settings.uploadToYouTube = on;
+            p.exportSettings = settings;
+        });
+    addToggle(
+        QStringLiteral("Keep a copy here"), "Change Local Copy",
+        [](const EditorProjectState& p, const EditorSelectionState&) {
+            return std::optional<bool>(exportSettings(p).saveLocalCopy);
+        },
+        [](EditorProjectState& p, EditorSelectionState&, bool on) {
+            ProjectExportSettings settings = exportSettings(p);
+            settings.saveLocalCopy = on;
+            p.exportSettings = settings;
+        });
     const auto choice = [](auto field, const auto& names) {
         return [field, &names](const EditorProjectState& p, const EditorSelectionState&) {
             return std::optional<int>(nameIndex(names, exportSettings(p).*field));
@@ -108,7 +163,7 @@ void ExportPanel::buildPublishing() {
     chapters_ = addNote(QString());
     chapters_->setWordWrap(true);
     chapters_->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    const auto writeText = [this](const char* undo, auto field, std::string value) {
+    const auto writeText = [this](const char* undo, auto field, const std::string& value) {
         if (exportSettings(store().project()).*field == value) {
             return;
         }
@@ -194,6 +249,7 @@ void ExportPanel::buildPublishing() {
         const ProjectExportSettings settings = exportSettings(store().project());
         if (!youtubeTitle_->hasFocus()) {
             youtubeTitle_->setText(QString::fromStdString(settings.youtubeTitle));
+            youtubeTitle_->setCursorPosition(0); // the start of the title shows
         }
         if (!youtubeDescription_->hasFocus() &&
             youtubeDescription_->toPlainText().toStdString() != settings.youtubeDescription) {
@@ -201,6 +257,7 @@ void ExportPanel::buildPublishing() {
         }
         if (!youtubeTags_->hasFocus()) {
             youtubeTags_->setText(QString::fromStdString(settings.tags));
+            youtubeTags_->setCursorPosition(0);
         }
         const QStringList lines = chapterLines();
         chapters_->setText(lines.isEmpty()
@@ -210,6 +267,86 @@ void ExportPanel::buildPublishing() {
         reviseButton_->setEnabled(!drafting_);
         revision_->setEnabled(!drafting_);
     });
+}
+
+void ExportPanel::showPublishing() {
+    widget()->adjustSize();
+    ensureVisible(0, account_->parentWidget()->mapTo(widget(), QPoint(0, 0)).y() + height() - 60, 0,
+                  0);
+}
+
+void ExportPanel::refreshAccount() {
+    GoogleOAuthController* google = context_.googleAccount;
+    if (google == nullptr) {
+        account_->setText(QStringLiteral("Uploading needs Orvelle's Google sign-in, which is not "
+                                         "set up on this computer."));
+        connectButton_->setVisible(false);
+        return;
+    }
+    connectButton_->setVisible(true);
+    account_->setText(accountText());
+    if (google->isConnecting().value()) {
+        connectButton_->setText(QStringLiteral("Connecting…"));
+        connectButton_->setEnabled(false);
+    } else {
+        connectButton_->setText(google->account().value() ? QStringLiteral("Disconnect")
+                                                          : QStringLiteral("Connect…"));
+        connectButton_->setEnabled(true);
+    }
+}
+
+QString ExportPanel::accountText() const {
+    GoogleOAuthController* google = context_.googleAccount;
+    if (google == nullptr) {
+        return QStringLiteral("No Google account");
+    }
+    if (google->isConnecting().value()) {
+        return QStringLiteral("Finish signing in to Google in your browser.");
+    }
+    if (const auto& account = google->account().value()) {
+        return QStringLiteral("Connected as %1")
+            .arg(QString::fromStdString(account->displayName()));
+    }
+    if (const auto& error = google->errorMessage().value()) {
+        return QString::fromStdString(*error);
+    }
+    return QStringLiteral("No Google account connected");
+}
+
+YouTubeUploadRequest ExportPanel::uploadRequest(const ProjectExportSettings& settings,
+                                                const std::filesystem::path& file) {
+    YouTubeUploadRequest request;
+    request.fileURL = file;
+    request.title = settings.youtubeTitle;
+    // The chapters go into the description as YouTube reads them.
+    request.description = YouTubeMetadataDraftValidator::composedDescription(
+        {settings.youtubeTitle, settings.youtubeDescription, settings.youtubeChapters, {}});
+    request.privacyStatus =
+        settings.privacy == "publicVideo" ? YouTubeUploadPrivacyStatus::publicVideo
+        : settings.privacy == "unlisted"  ? YouTubeUploadPrivacyStatus::unlisted
+                                          : YouTubeUploadPrivacyStatus::privateVideo;
+    request.madeForKids = settings.audience == "madeForKids";
+    request.tags = splitTags(settings.tags);
+    // YouTube's numbers for the categories offered.
+    if (settings.category == "education") {
+        request.categoryID = "27";
+    } else if (settings.category == "scienceAndTechnology") {
+        request.categoryID = "28";
+    } else if (settings.category == "howTo") {
+        request.categoryID = "26";
+    } else if (settings.category == "entertainment") {
+        request.categoryID = "24";
+    }
+    if (settings.language == "english") {
+        request.defaultLanguage = "en";
+    } else if (settings.language == "spanish") {
+        request.defaultLanguage = "es";
+    }
+    request.license = settings.license == "creativeCommons" ? YouTubeUploadLicense::creativeCommon
+                                                            : YouTubeUploadLicense::youtube;
+    request.hasPaidProductPlacement = settings.paidPromotion;
+    request.containsSyntheticMedia = settings.containsSyntheticMedia;
+    return request;
 }
 
 QStringList ExportPanel::chapterLines() const {
@@ -257,7 +394,7 @@ void ExportPanel::requestDraft(const std::string& instruction) {
     configuration.executableURL = context_.languageModelHelper;
     draftRun_ = std::jthread(
         [this, alive, request, instruction, configuration](const std::stop_token& stop) {
-            const auto post = [this, alive](std::function<void()> change) {
+            const auto post = [alive](std::function<void()> change) {
                 mainExecutor().post([alive, change = std::move(change)] {
                     if (const auto living = alive.lock(); living && *living) {
                         change();

@@ -7,6 +7,7 @@
 
 #include "app/application.h"
 #include "app/editor_window.h"
+#include "app/export_panel.h"
 #include "app/inspector.h"
 #include "app/recorder_window.h"
 #include "app/settings_window.h"
@@ -235,9 +236,13 @@ int main(int argc, char** argv) {
                 settings.youtubeChapters = {{0, "Introduction"},
                                             {length * 0.35, "Writing the function"},
                                             {length * 0.7, "Running the tests"}};
+                settings.uploadToYouTube = true;
                 p.exportSettings = settings;
             });
         });
+        window.exportPanel().showPublishing();
+        awaitFrame(window);
+        shoot(window, output, "editor-publish");
     }
 
     window.closeWithoutPrompt();

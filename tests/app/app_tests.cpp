@@ -11,7 +11,6 @@
 #include "app/start_window.h"
 #include "app/timeline_view.h"
 #include "app/transcript_panel.h"
-#include "app/window_export.h"
 #include "platform/image/bitmap.h"
 #include "platform/media/media_probe.h"
 #include "playback/composition_player.h"
@@ -313,50 +312,6 @@ TEST_F(EditorWindowTest, TheExportPanelWritesTheMovieOfTheEditAsItStoodWhenStart
     EXPECT_EQ(panel.plannedOutputURL().filename(), "Tiny Take.mov");
 }
 
-// The controller alone: a cancelled run leaves no file and says "Canceled" until its
-// status clears; a status that a newer run replaced is not cleared by an older timer.
-TEST_F(EditorWindowTest, ACancelledExportLeavesNoFileAndStatusesClearThemselves) {
-    WindowExportOptions options;
-    options.statusClearDelay = std::chrono::milliseconds(300);
-    std::optional<ExportSnapshot> snapshot;
-    WindowExportController controller(
-        window_->store(), [&] { return snapshot; }, options);
-    ExportRequest request;
-    request.outputURL = folder_ / "out" / "Cancelled.MP4";
-    request.outputWidth = 640;
-    request.outputHeight = 360;
-    fs::create_directories(folder_ / "out");
-    EXPECT_FALSE(controller.start(request)) << "nothing starts without a snapshot";
-    EXPECT_FALSE(controller.isExporting().value());
-
-    snapshot = ExportSnapshot{};
-    snapshot->project = window_->store().project();
-    snapshot->sourceURL = take_.screenURL;
-    snapshot->sourceSize = VideoSize{320, 180};
-    snapshot->timelineClips = snapshot->project.timeline.clips;
-    ASSERT_TRUE(controller.start(request));
-    controller.cancel();
-    EXPECT_FALSE(controller.isExporting().value());
-    EXPECT_EQ(controller.statusText().value(), std::optional<std::string>("Canceled"));
-    EXPECT_EQ(controller.progress().value(), 0);
-
-    // A new run (which waits for the cancelled one to end) replaces the status before the
-    // old timer fires, and the old timer leaves the new status alone.
-    request.outputURL = folder_ / "out" / "Finished.mov";
-    request.fileType = RenderExportFileType::mp4; // the extension follows the format
-    ASSERT_TRUE(controller.start(request));
-    EXPECT_FALSE(fs::exists(folder_ / "out" / "Cancelled.MP4"));
-    EXPECT_FALSE(fs::exists(folder_ / "out" / "Cancelled.mp4"));
-    waitUntil([&] { return !controller.isExporting().value(); }, 500);
-    EXPECT_TRUE(controller.statusText().value().has_value());
-    ASSERT_TRUE(waitUntil([&] { return !controller.isExporting().value(); }, 120000));
-    EXPECT_EQ(controller.statusText().value(), std::optional<std::string>("Saved Finished.mp4"));
-    EXPECT_TRUE(fs::exists(folder_ / "out" / "Finished.mp4"));
-    EXPECT_EQ(controller.renderedURL().value(), folder_ / "out" / "Finished.mp4");
-    EXPECT_TRUE(waitUntil([&] { return !controller.statusText().value(); }, 3000))
-        << "the status clears itself";
-}
-
 // The transcript page over a take whose microphone speaks known words at known times:
 // Delete on selected words cuts their stretch out of the timeline as one undo step; the
 // marker left in their place, or Undo, brings them back; a click on a word moves the
@@ -573,7 +528,8 @@ TEST(ScreenshotsTest, EveryWindowAndPageIsPictured) {
     const std::vector<std::string> editorPages{
         "editor",        "editor-pointer", "editor-clip",       "editor-zoom",
         "editor-camera", "editor-mask",    "editor-text",       "editor-music",
-        "editor-sound",  "editor-presets", "editor-transcript", "editor-export"};
+        "editor-sound",  "editor-presets", "editor-transcript", "editor-export",
+        "editor-publish"};
     const Bitmap start = readPNG(folder / "shots" / "start-window.png");
     EXPECT_EQ(start.width(), 860);
     EXPECT_EQ(start.height(), 540);

@@ -7,7 +7,9 @@
 #include "app/editor_window.h"
 #include "app/export_panel.h"
 #include "app/timeline_view.h"
+#include "core/json.h"
 #include "local_ai/local_models.h"
+#include "support/online_test_server.h"
 #include "support/process_groups.h"
 #include "support/spoken_take.h"
 #include "support/temporary_directory.h"
@@ -16,6 +18,7 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QPushButton>
 #include <QThread>
 
 namespace orvelle {
@@ -111,6 +114,97 @@ TEST(PublishPanelTest, DraftsMetadataFromTheTranscriptAndRevisesItKeepingTheExch
 
     // The draft is the project's: the timeline shows its chapters.
     EXPECT_EQ(store.project().exportSettings->youtubeChapters.size(), 3u);
+
+    // The upload takes the project's choices, with the chapters in the description as
+    // YouTube reads them.
+    ProjectExportSettings choices = *store.project().exportSettings;
+    choices.privacy = "unlisted";
+    choices.category = "scienceAndTechnology";
+    choices.language = "spanish";
+    choices.license = "creativeCommons";
+    const YouTubeUploadRequest upload = ExportPanel::uploadRequest(choices, folder / "movie.mp4");
+    EXPECT_EQ(upload.title, "Editor tour");
+    EXPECT_EQ(upload.privacyStatus, YouTubeUploadPrivacyStatus::unlisted);
+    EXPECT_EQ(upload.categoryID, std::optional<std::string>("28"));
+    EXPECT_EQ(upload.defaultLanguage, std::optional<std::string>("es"));
+    EXPECT_EQ(upload.license, YouTubeUploadLicense::creativeCommon);
+    EXPECT_EQ(upload.tags, (std::vector<std::string>{"editor", "tutorial"}));
+    EXPECT_NE(upload.description.find("0:12 Recording"), std::string::npos) << upload.description;
+    window.closeWithoutPrompt();
+}
+
+// The account as a user connects it: Connect opens the consent page in the browser (curl,
+// through xdg-open), the redirect reaches the program's listener, and the page says who is
+// connected; Export and Upload then sends the rendered movie to the stand-in YouTube.
+TEST(PublishPanelTest, ConnectsTheAccountInTheBrowserUploadsTheExportAndDisconnects) {
+    const testing::TemporaryDirectory folder;
+    testing::OnlineTestServer server(folder.path());
+    const fs::path data = std::getenv("XDG_DATA_HOME");
+    fs::create_directories(data / "Orvelle");
+    server.writeClientFile(data / "Orvelle" / "google-oauth-client.json");
+    setenv("ORVELLE_YOUTUBE_UPLOAD_URL", server.url("").c_str(), 1);
+    setenv("BROWSER", "curl -sS -L -o /dev/null", 1);
+    setenv("XDG_CURRENT_DESKTOP", "", 1);
+    setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (folder / "no-bus").string()).c_str(), 1);
+    testing::TinyTakeOptions options;
+    options.width = 320;
+    options.height = 180;
+    options.seconds = 2;
+    const testing::TinyTake take = testing::writeTinyTake(folder / "take", options);
+
+    ApplicationOptions app;
+    app.settingsURL = folder / "settings.json";
+    app.lastEditorSettingsURL = folder / "last-editor-settings.json";
+    app.presetsURL = folder / "presets.json";
+    app.playback.player.withSound = false;
+    app.trayIcon = false;
+    Application shell(app);
+    shell.openDocument(take.manifestURL);
+    ASSERT_TRUE(settle([&] { return !shell.editorWindows().empty(); }));
+    EditorWindow& window = *shell.editorWindows().front();
+    ExportPanel& panel = window.exportPanel();
+    EXPECT_EQ(panel.accountText(), QStringLiteral("No Google account connected"));
+
+    // Not connected: the upload does not begin, and says what to do.
+    window.store().edit("Upload", [&](EditorProjectState& p, EditorSelectionState&) {
+        ProjectExportSettings settings;
+        settings.uploadToYouTube = true;
+        settings.saveLocalCopy = false;
+        settings.youtubeTitle = "Tiny upload";
+        p.exportSettings = settings;
+    });
+    EXPECT_FALSE(panel.startExport());
+    EXPECT_EQ(panel.resultText(),
+              QStringLiteral("Connect a Google account before uploading to YouTube."));
+
+    panel.connectButton().click();
+    ASSERT_TRUE(
+        settle([&] { return panel.accountText().startsWith(QStringLiteral("Connected")); }, 30000))
+        << panel.accountText().toStdString();
+    EXPECT_EQ(panel.accountText(), QStringLiteral("Connected as Ada Example"));
+
+    // One bar for render and upload; the movie on the server is the one rendered.
+    ASSERT_TRUE(settle([&] { return window.playback().hasCompositionSource().value(); }));
+    ASSERT_TRUE(panel.startExport());
+    ASSERT_TRUE(settle([&] { return !window.exporter().isExporting().value(); }, 180000));
+    const auto watch = window.exporter().youTubeURL().value();
+    ASSERT_TRUE(watch) << panel.resultText().toStdString();
+    const Json state = server.state();
+    ASSERT_EQ(state["sessions"].size(), 1u);
+    const Json session = state["sessions"].begin().value();
+    EXPECT_TRUE(session["complete"].get<bool>());
+    EXPECT_EQ(*watch, "https://www.youtube.com/watch?v=" + session["videoID"].get<std::string>());
+    EXPECT_EQ(session["metadata"]["snippet"]["title"], "Tiny upload");
+    EXPECT_GT(session["received"].get<std::uint64_t>(), 1000u);
+    EXPECT_DOUBLE_EQ(window.exporter().progress().value(), 1.0);
+    // No copy was asked for here: the rendered movie is the controller's own file.
+    EXPECT_TRUE(window.exporter().renderedFileIsTemporary().value());
+
+    // Disconnect forgets the account (its answer comes through the main thread).
+    panel.connectButton().click();
+    EXPECT_TRUE(settle(
+        [&] { return panel.accountText() == QStringLiteral("No Google account connected"); }, 5000))
+        << panel.accountText().toStdString();
     window.closeWithoutPrompt();
 }
 

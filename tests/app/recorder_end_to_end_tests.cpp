@@ -1,14 +1,19 @@
 // The recorder of the real application on a private X server and sound server, driven with
 // xdotool as a user drives it: an area dragged out on the overlay, a take with the test
-// camera and a tone on the microphone, paused and resumed, stopped into the editor and
-// exported; and the same take cut off by a kill, recovered at the next start. What it did
-// is read where a user would find it: the take's files, the windows on screen.
+// camera and a tone on the microphone, paused and resumed, stopped into the editor,
+// exported, and exported again and uploaded to the stand-in YouTube on 127.0.0.1 with the
+// account signed in through the browser; and a take cut off by a kill, recovered at the
+// next start. What it did is read where a user would find it: the take's files, the
+// windows on screen, what the upload server received.
 
 #include "core/files.h"
+#include "platform/crypto/sha256.h"
 #include "platform/media/audio_decoder.h"
 #include "platform/media/media_probe.h"
 #include "project/take_manifest.h"
 #include "support/child_process.h"
+#include "support/online_test_server.h"
+#include "support/run_program.h"
 #include "support/sound_server.h"
 #include "support/temporary_directory.h"
 #include "support/x_server.h"
@@ -67,6 +72,14 @@ protected:
         environment_["XDG_CACHE_HOME"] = (folder_ / "cache").string();
         environment_["XDG_RUNTIME_DIR"] = (folder_ / "runtime").string();
         environment_["HOME"] = (folder_ / "home").string();
+        // The online services are the stand-ins; the browser a sign-in opens is curl, and
+        // the credential goes to the private file store (no session bus).
+        fs::create_directories(folder_ / "data" / "Orvelle");
+        online_.writeClientFile(folder_ / "data" / "Orvelle" / "google-oauth-client.json");
+        environment_["ORVELLE_YOUTUBE_UPLOAD_URL"] = online_.url("");
+        environment_["BROWSER"] = "curl -sS -L -o /dev/null";
+        environment_["XDG_CURRENT_DESKTOP"] = "";
+        environment_["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + (folder_ / "no-bus").string();
         fs::create_directories(folder_ / "runtime");
         fs::permissions(folder_ / "runtime", fs::perms::owner_all, fs::perm_options::replace);
         // The devices a user chose the last time: remembered in the settings.
@@ -191,6 +204,7 @@ protected:
     testing::TemporaryDirectory folder_;
     testing::XvfbServer display_{1600, 1000};
     testing::PrivateSoundServer sound_;
+    testing::OnlineTestServer online_{folder_.path()};
     std::map<std::string, std::string> environment_;
     std::unique_ptr<testing::ChildProcess> application_;
 };
@@ -214,9 +228,16 @@ double endOf(const std::vector<TakeSegmentManifest>& segments) {
 }
 
 TEST_F(RecorderEndToEndTest,
-       RecordsAnAreaWithCameraAndMicrophonePausesStopsIntoTheEditorAndExports) {
+       RecordsAnAreaWithCameraAndMicrophonePausesStopsIntoTheEditorExportsAndUploads) {
+    // The Google account is signed in once, in the browser, as `orvelle account sign-in`
+    // does it; the application finds it in the store.
+    std::map<std::string, std::string> command = environment_;
+    command["DISPLAY"] = "";
+    const auto signedIn = testing::runProgram(testing::orvelleBinary(),
+                                              {"account", "sign-in", "--timeout", "30"}, command);
+    ASSERT_EQ(signedIn.status, 0) << signedIn.err;
     // A steady tone is what the microphone hears for the whole test.
-    sound_.play(tone(60, 440, 0.4f), "voice", 1);
+    sound_.play(tone(120, 440, 0.4f), "voice", 1);
     launch({"--record"});
     const std::string recorder = findWindow("^Orvelle$", 60s);
     ASSERT_FALSE(recorder.empty()) << "the recorder never showed";
@@ -311,6 +332,30 @@ TEST_F(RecorderEndToEndTest,
         240s);
     ASSERT_TRUE(done) << "no exported movie of the take";
     EXPECT_NE(exported->firstAudio(), nullptr);
+
+    // Export and Upload (Ctrl+Shift+U): a second movie, and the same bytes on the server,
+    // with the project's title and privacy.
+    key(editor, {"ctrl+shift+u"});
+    Json uploaded;
+    ASSERT_TRUE(testing::waitUntil(
+        [&] {
+            const Json state = online_.state();
+            for (const auto& [id, session] : state["sessions"].items()) {
+                if (session["complete"].get<bool>()) {
+                    uploaded = session;
+                    return true;
+                }
+            }
+            return false;
+        },
+        300s))
+        << "nothing was uploaded";
+    const fs::path second = folder_ / "home" / "Desktop" / (screenURL.stem().string() + " 2.mp4");
+    ASSERT_TRUE(fs::exists(second));
+    EXPECT_EQ(uploaded["received"].get<std::uint64_t>(), fs::file_size(second));
+    EXPECT_EQ(uploaded["sha256"].get<std::string>(), sha256HexOfFile(second));
+    EXPECT_EQ(uploaded["metadata"]["snippet"]["title"], "Orvelle Recording");
+    EXPECT_EQ(uploaded["metadata"]["status"]["privacyStatus"], "private");
 }
 
 TEST_F(RecorderEndToEndTest, QuitKeepsTheTakeAndAKilledTakeIsRecoveredAtTheNextStart) {
