@@ -389,7 +389,22 @@ TEST_F(RecorderEndToEndTest, QuitKeepsTheTakeAndAKilledTakeIsRecoveredAtTheNextS
         },
         30s))
         << "no second take started";
+    // Killed once the camera has written its first fragments (every 2 s; later on a busy
+    // machine): what a crash leaves of each track is up to its last whole fragment.
+    const auto cameraBytes = [&] {
+        std::uintmax_t size = 0;
+        std::error_code error;
+        for (const auto& entry : fs::directory_iterator(*killedTake, error)) {
+            if (entry.path().filename().string().find("-camera-") != std::string::npos) {
+                size += entry.file_size(error);
+            }
+        }
+        return size;
+    };
     std::this_thread::sleep_for(3000ms);
+    EXPECT_TRUE(testing::waitUntil([&] { return cameraBytes() > 8000; }, 30s))
+        << "the camera wrote " << cameraBytes() << " bytes";
+    std::this_thread::sleep_for(500ms);
     application_->terminate(SIGKILL);
     ASSERT_TRUE(fs::exists(*killedTake / ".orvelle-recording-in-progress"));
     EXPECT_FALSE(manifestIn(*killedTake));
