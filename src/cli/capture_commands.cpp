@@ -273,10 +273,12 @@ int runCapture(const Arguments& arguments) {
     engine.stopCursorSampling();
     const double wallSeconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    const auto statistics = engine.output()->statistics();
-    const int64_t skipped = engine.skippedFrames();
     auto active = engine.detachForTeardown();
     const auto stopError = ScreenCaptureEngine::stopCapture(active);
+    // Counted once the stream has stopped, so that a frame still on its way is in the
+    // figures as it is in the movie.
+    const auto statistics = active.output->statistics();
+    const int64_t skipped = active.stream ? active.stream->skippedFrames() : 0;
     auto result = engine.finalize(active, true);
     std::optional<fs::path> cursorURL;
     if (fs::exists(CursorRecording::fileURL(output))) {
