@@ -2,8 +2,8 @@
 // mask, text and music lanes with their selected clip.
 
 #include "app/icons.h"
-#include "app/inspector.h"
-#include "app/inspector_controls.h"
+#include "app/settings_sidebar.h"
+#include "app/settings_sidebar_controls.h"
 #include "app/theme.h"
 #include "editor/clip_lane.h"
 #include "editor/editor_store.h"

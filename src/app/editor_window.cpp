@@ -2,9 +2,9 @@
 
 #include "app/export_panel.h"
 #include "app/icons.h"
-#include "app/inspector_controls.h"
 #include "app/preview_view.h"
 #include "app/recent_documents.h"
+#include "app/settings_sidebar_controls.h"
 #include "app/theme.h"
 #include "app/timeline_view.h"
 #include "app/transcript_panel.h"

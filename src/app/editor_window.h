@@ -8,7 +8,7 @@
 // Main thread only.
 
 #include "app/background_work.h"
-#include "app/inspector.h"
+#include "app/settings_sidebar.h"
 #include "app/timeline_thumbnails.h"
 #include "editor/editor_preset_store.h"
 #include "editor/editor_store.h"

@@ -8,7 +8,7 @@
 // choices are the project's (its export settings); the run, render and upload with one
 // progress bar, is the ExportController's.
 
-#include "app/inspector_controls.h"
+#include "app/settings_sidebar_controls.h"
 #include "local_ai/youtube_metadata.h"
 #include "online/google_oauth_controller.h"
 #include "project/editor_document.h"

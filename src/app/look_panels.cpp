@@ -2,8 +2,8 @@
 
 #include "app/background_work.h"
 #include "app/icons.h"
-#include "app/inspector.h"
-#include "app/inspector_controls.h"
+#include "app/settings_sidebar.h"
+#include "app/settings_sidebar_controls.h"
 #include "app/theme.h"
 #include "composition/cursor_vector_art.h"
 #include "core/log.h"

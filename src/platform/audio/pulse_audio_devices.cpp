@@ -23,9 +23,9 @@ void serverInfo(pa_context*, const pa_server_info* info, void* userdata) {
     pa_threaded_mainloop_signal(listing->mainloop, 0);
 }
 
-AudioDevice device(const char* name, const char* description, const pa_sample_spec& spec) {
-    return {name, description != nullptr ? description : name, spec.channels,
-            static_cast<int>(spec.rate), false};
+AudioDevice device(const char* name, const char* description, const pa_sample_spec& sampleFormat) {
+    return {name, description != nullptr ? description : name, sampleFormat.channels,
+            static_cast<int>(sampleFormat.rate), false};
 }
 
 void sourceInfo(pa_context*, const pa_source_info* info, int eol, void* userdata) {

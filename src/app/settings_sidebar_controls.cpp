@@ -1,4 +1,4 @@
-#include "app/inspector_controls.h"
+#include "app/settings_sidebar_controls.h"
 
 #include "app/theme.h"
 

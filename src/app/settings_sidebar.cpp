@@ -1,7 +1,7 @@
-#include "app/inspector.h"
+#include "app/settings_sidebar.h"
 
 #include "app/icons.h"
-#include "app/inspector_controls.h"
+#include "app/settings_sidebar_controls.h"
 #include "app/theme.h"
 #include "editor/editor_store.h"
 #include "playback/playback_model.h"
