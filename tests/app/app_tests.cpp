@@ -4,6 +4,7 @@
 
 #include "app/application.h"
 #include "app/editor_window.h"
+#include "app/event_wait.h"
 #include "app/export_panel.h"
 #include "app/preview_view.h"
 #include "app/settings_sidebar.h"
@@ -45,19 +46,6 @@ namespace orvelle {
 namespace {
 
 namespace fs = std::filesystem;
-
-bool waitUntil(const std::function<bool()>& predicate, int milliseconds = 30000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!predicate()) {
-        if (timer.elapsed() > milliseconds) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        QThread::msleep(5);
-    }
-    return true;
-}
 
 bool isSettled(EditorWindow& window) {
     PlaybackModel& playback = window.playback();
@@ -103,10 +91,10 @@ protected:
         app.playback.player.frameRate = 30;
         shell_ = std::make_unique<Application>(app);
         shell_->openDocument(take_.manifestURL);
-        ASSERT_TRUE(waitUntil([&] { return !shell_->editorWindows().empty(); }));
+        ASSERT_TRUE(testing::processEventsUntil([&] { return !shell_->editorWindows().empty(); }));
         window_ = shell_->editorWindows().front();
         window_->resize(1400, 900);
-        ASSERT_TRUE(waitUntil([&] { return isSettled(*window_); }));
+        ASSERT_TRUE(testing::processEventsUntil([&] { return isSettled(*window_); }));
     }
 
     void TearDown() override {
@@ -119,8 +107,9 @@ protected:
     // Waits for a picture drawn after now, with everything settled.
     std::shared_ptr<const PreviewFrame> nextFrame() {
         const uint64_t before = window_->playback().previewFrameNumber().value();
-        waitUntil([&] { return window_->playback().previewFrameNumber().value() != before; }, 5000);
-        waitUntil([&] { return isSettled(*window_); });
+        testing::processEventsUntil(
+            [&] { return window_->playback().previewFrameNumber().value() != before; }, 5000);
+        testing::processEventsUntil([&] { return isSettled(*window_); });
         QCoreApplication::processEvents();
         return window_->playback().currentPreviewFrame();
     }
@@ -130,7 +119,7 @@ protected:
     std::shared_ptr<const PreviewFrame>
     frameWhere(const std::function<bool(const PreviewFrame&)>& accept) {
         std::shared_ptr<const PreviewFrame> frame;
-        const bool found = waitUntil(
+        const bool found = testing::processEventsUntil(
             [&] {
                 frame = window_->playback().currentPreviewFrame();
                 return frame != nullptr && accept(*frame);
@@ -193,7 +182,7 @@ TEST_F(EditorWindowTest, DraggingAVideoClipsEdgeTrimsItInOneUndoStep) {
 TEST_F(EditorWindowTest, KeysOfTheTimelineSplitAtThePlayheadAndDeleteTheSelection) {
     EditorStore& store = window_->store();
     window_->seekTo(1.5);
-    ASSERT_TRUE(waitUntil(
+    ASSERT_TRUE(testing::processEventsUntil(
         [&] { return std::abs(window_->playback().timelinePlayheadTime().value() - 1.5) < 0.05; }));
     window_->activateWindow();
     QTest::keyClick(window_, Qt::Key_S);
@@ -294,7 +283,8 @@ TEST_F(EditorWindowTest, TheExportPanelWritesTheMovieOfTheEditAsItStoodWhenStart
     EXPECT_FALSE(panel.cancelButton().isHidden());
     // An edit while it renders: the movie is of the snapshot, and says so.
     store.splitTimelineClip(SourceTime(1));
-    ASSERT_TRUE(waitUntil([&] { return !window_->exporter().isExporting().value(); }, 120000));
+    ASSERT_TRUE(testing::processEventsUntil(
+        [&] { return !window_->exporter().isExporting().value(); }, 120000));
     EXPECT_EQ(panel.resultText(), QStringLiteral("Rendered previous edit"));
     EXPECT_EQ(panel.progressBar().value(), 1000);
 
@@ -364,8 +354,9 @@ protected:
 
 TEST_F(TranscriptPanelTest, DeleteCutsTheSelectedWordsAndTheMarkerOrUndoBringsThemBack) {
     window_->inspector().showPage(InspectorPage::transcript);
-    ASSERT_TRUE(waitUntil([&] { return shownText().startsWith(QStringLiteral("Welcome to")); }))
-        << shownText().toStdString();
+    ASSERT_TRUE(testing::processEventsUntil([&] {
+        return shownText().startsWith(QStringLiteral("Welcome to"));
+    })) << shownText().toStdString();
     EXPECT_TRUE(panel().progressBar().isHidden());
     EXPECT_EQ(panel().transcribeButton().text(), QStringLiteral("Transcribe Again"));
     EXPECT_FALSE(panel().cutButton().isEnabled()) << "nothing selected yet";
@@ -396,7 +387,8 @@ TEST_F(TranscriptPanelTest, DeleteCutsTheSelectedWordsAndTheMarkerOrUndoBringsTh
     ASSERT_EQ(markers.size(), 1u);
     QTest::mouseClick(panel().textView().viewport(), Qt::LeftButton, Qt::NoModifier,
                       pointOf(markers.front().range.location + 2));
-    ASSERT_TRUE(waitUntil([&] { return plays(umMiddle); }, 3000)) << "the marker restores it";
+    ASSERT_TRUE(testing::processEventsUntil([&] { return plays(umMiddle); }, 3000))
+        << "the marker restores it";
     EXPECT_TRUE(shownText().contains(QStringLiteral(" um ")));
 
     // Cut again with Backspace; the Edit menu's Undo restores the text as well.
@@ -405,14 +397,15 @@ TEST_F(TranscriptPanelTest, DeleteCutsTheSelectedWordsAndTheMarkerOrUndoBringsTh
     ASSERT_FALSE(plays(umMiddle));
     window_->action(QStringLiteral("Undo"))->trigger();
     EXPECT_TRUE(plays(umMiddle));
-    ASSERT_TRUE(waitUntil([&] { return shownText().contains(QStringLiteral(" um ")); }, 3000));
+    ASSERT_TRUE(testing::processEventsUntil(
+        [&] { return shownText().contains(QStringLiteral(" um ")); }, 3000));
 
     // A click on "editor" (no selection) puts the playhead on its place in the movie.
     const auto& editor = spoken_.passage.words[11];
     const TranscriptCharacterRange editorCharacters = characters(22);
     QTest::mouseClick(panel().textView().viewport(), Qt::LeftButton, Qt::NoModifier,
                       pointOf(editorCharacters.location + 1));
-    EXPECT_TRUE(waitUntil(
+    EXPECT_TRUE(testing::processEventsUntil(
         [&] {
             return std::abs(window_->playback().timelinePlayheadTime().value() - editor.start) <
                    0.15;
@@ -436,8 +429,8 @@ TEST_F(TranscriptPanelTest, DeleteCutsTheSelectedWordsAndTheMarkerOrUndoBringsTh
     buttons[2 * index]->click();
     EXPECT_FALSE(plays((secondThe.start + secondThe.end) / 2));
     EXPECT_TRUE(plays((spoken_.passage.words[9].start + spoken_.passage.words[9].end) / 2));
-    ASSERT_TRUE(
-        waitUntil([&] { return panel().suggestionButtons().size() == 2 * (offered - 1); }, 3000));
+    ASSERT_TRUE(testing::processEventsUntil(
+        [&] { return panel().suggestionButtons().size() == 2 * (offered - 1); }, 3000));
 }
 
 // At launch, takes a crash left unfinished (their sentinel still there, held by no process)
@@ -491,7 +484,7 @@ TEST(CrashRecoveryTest, EachAbandonedTakeIsOfferedAtLaunchAndOpensOrGoes) {
     answering.start(50);
     ASSERT_EQ(RecordingScratchStore::abandonedRecordingScreenURLs().size(), 2u);
     shell.start(std::nullopt);
-    ASSERT_TRUE(waitUntil([&] { return !shell.editorWindows().empty(); }, 30000))
+    ASSERT_TRUE(testing::processEventsUntil([&] { return !shell.editorWindows().empty(); }, 30000))
         << asked.size() << " questions asked";
     ASSERT_EQ(asked.size(), 2u);
     EXPECT_EQ(asked[0], QStringLiteral("Orvelle closed before this recording could be finished. "
@@ -506,7 +499,7 @@ TEST(CrashRecoveryTest, EachAbandonedTakeIsOfferedAtLaunchAndOpensOrGoes) {
     EXPECT_TRUE(fs::exists(kept.parent_path() / "Tiny Take.take.json")) << "its manifest written";
     EXPECT_FALSE(fs::exists(kept.parent_path() / RecordingScratchStore::kSentinelName));
     EditorWindow* window = shell.editorWindows().front();
-    ASSERT_TRUE(waitUntil([&] { return isSettled(*window); }));
+    ASSERT_TRUE(testing::processEventsUntil([&] { return isSettled(*window); }));
     EXPECT_NEAR(window->playback().editTimeline().duration(), 2, 0.1);
     window->closeWithoutPrompt();
     fs::remove_all(captures);

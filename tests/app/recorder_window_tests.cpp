@@ -2,6 +2,7 @@
 // overlay driven with the mouse and keys as a user drags it, and the settings window's
 // model install run through to the model's state.
 
+#include "app/event_wait.h"
 #include "app/recorder_session.h"
 #include "app/recording_overlays.h"
 #include "app/settings_window.h"
@@ -23,19 +24,6 @@ namespace orvelle {
 namespace {
 
 namespace fs = std::filesystem;
-
-bool settleUntil(const std::function<bool()>& predicate, int milliseconds = 30000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!predicate()) {
-        if (timer.elapsed() > milliseconds) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        QThread::msleep(5);
-    }
-    return true;
-}
 
 // A drag as the window sees it: press, moves with the button held, release.
 void drag(QWidget& widget, QPoint from, QPoint to) {
@@ -116,7 +104,7 @@ TEST(SettingsWindowTest, InstallsAModelAndSaysWhyASourceIsRefused) {
     // Not a language model: refused in the installer's words; nothing is installed.
     writeFileAtomically(folder / "notes.gguf", "plain text, not a model");
     window.installModel("language", (folder / "notes.gguf").string());
-    ASSERT_TRUE(settleUntil([&] { return !window.isInstalling(); }));
+    ASSERT_TRUE(testing::processEventsUntil([&] { return !window.isInstalling(); }));
     const QString refused = window.modelStatusText("language");
     EXPECT_FALSE(refused.startsWith(QStringLiteral("Installed")));
     EXPECT_FALSE(refused.isEmpty());
@@ -126,7 +114,7 @@ TEST(SettingsWindowTest, InstallsAModelAndSaysWhyASourceIsRefused) {
     model.resize(4096, '\0');
     writeFileAtomically(folder / "tiny.gguf", model);
     window.installModel("language", (folder / "tiny.gguf").string());
-    ASSERT_TRUE(settleUntil([&] { return !window.isInstalling(); }));
+    ASSERT_TRUE(testing::processEventsUntil([&] { return !window.isInstalling(); }));
     EXPECT_TRUE(window.modelStatusText("language").startsWith(QStringLiteral("Installed")))
         << window.modelStatusText("language").toStdString();
 }
