@@ -1,5 +1,6 @@
 #include "core/error.h"
 #include "platform/capture/x11/x11_capture_stream.h"
+#include "platform/capture/x11/x11_global_shortcuts.h"
 #include "platform/capture/x11/x11_pointer_monitor.h"
 #include "platform/capture/x11/x11_shareable_content.h"
 #include "support/painter_counter.h"
@@ -8,6 +9,7 @@
 #include "x11_painter/painter_layout.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include <cmath>
 #include <condition_variable>
@@ -239,6 +241,92 @@ TEST_F(X11Capture, ThePointerAndItsPressesAnywhereOnTheScreen) {
     } numbers[] = {{1, 0}, {3, 1}, {2, 2}, {4, std::nullopt}, {7, std::nullopt}, {8, 3}, {9, 4}};
     for (const auto& n : numbers) {
         EXPECT_EQ(pointerButtonNumber(n.x), n.button) << n.x;
+    }
+}
+
+// The shortcuts pressed within the time: returns once any arrived.
+std::vector<int> pressesOf(X11GlobalShortcuts& shortcuts, std::chrono::milliseconds wait) {
+    std::vector<int> ids;
+    const auto deadline = std::chrono::steady_clock::now() + wait;
+    while (ids.empty() && std::chrono::steady_clock::now() < deadline) {
+        pollfd readable{shortcuts.fileDescriptor(), POLLIN, 0};
+        ::poll(&readable, 1, 50);
+        EXPECT_TRUE(shortcuts.dispatch([&](int id) { ids.push_back(id); }));
+    }
+    return ids;
+}
+
+TEST_F(X11Capture, ShortcutsReachTheirOwnerWhicheverWindowHasTheFocusAndWhateverTheLocks) {
+    auto painter = paint("400x300+100+50", "Focused");
+    X11GlobalShortcuts shortcuts(x_.display());
+    ASSERT_EQ(shortcuts.grab(1, "Ctrl+Alt+R"), GlobalShortcutGrab::taken);
+    ASSERT_EQ(shortcuts.grab(2, "Ctrl+Shift+F5"), GlobalShortcutGrab::taken);
+    shortcuts.dispatch([](int) {});
+    x_.xdotool({"windowfocus", "--sync", std::to_string(windowOf("Focused"))});
+
+    // Caps Lock and Num Lock do not change the chord; other chords on the same key go to the
+    // focused window. The shortcut is pressed last, so anything wrongly taken shows first.
+    const struct {
+        std::vector<std::string> locks;
+        std::string keys;
+        int id;
+    } cases[] = {
+        {{}, "ctrl+alt+r", 1},
+        {{"Caps_Lock"}, "ctrl+alt+r", 1},
+        {{"Num_Lock"}, "ctrl+shift+F5", 2},
+        {{"Caps_Lock", "Num_Lock"}, "ctrl+alt+r", 1},
+    };
+    for (const auto& c : cases) {
+        for (const auto& lock : c.locks) {
+            x_.xdotool({"key", lock});
+        }
+        x_.xdotool({"key", "ctrl+r", "ctrl+alt+shift+r", "F5", c.keys});
+        EXPECT_EQ(pressesOf(shortcuts, 5s), std::vector<int>{c.id}) << c.keys;
+        for (const auto& lock : c.locks) {
+            x_.xdotool({"key", lock});
+        }
+    }
+
+    // Held down, the keyboard repeats the key: still one press.
+    x_.xdotool({"keydown", "ctrl+alt+r"});
+    std::this_thread::sleep_for(1500ms);
+    x_.xdotool({"keyup", "ctrl+alt+r"});
+    x_.xdotool({"key", "ctrl+shift+F5"});
+    std::vector<int> held;
+    while (held.size() < 2) {
+        const auto more = pressesOf(shortcuts, 5s);
+        if (more.empty()) {
+            break;
+        }
+        held.insert(held.end(), more.begin(), more.end());
+    }
+    EXPECT_EQ(held, (std::vector<int>{1, 2}));
+
+    // Another program cannot take what this one holds, until it lets go.
+    X11GlobalShortcuts other(x_.display());
+    EXPECT_EQ(other.grab(7, "Ctrl+Alt+R"), GlobalShortcutGrab::heldElsewhere);
+    EXPECT_EQ(other.grab(7, "Ctrl+Alt+Q"), GlobalShortcutGrab::taken);
+    shortcuts.release(1);
+    EXPECT_EQ(other.grab(8, "Ctrl+Alt+R"), GlobalShortcutGrab::taken);
+    other.dispatch([](int) {});
+    x_.xdotool({"key", "ctrl+alt+r"});
+    EXPECT_EQ(pressesOf(other, 5s), std::vector<int>{8});
+
+    // Keys that would take typing away, and names of no key, are refused.
+    const struct {
+        std::string keys;
+        GlobalShortcutGrab result;
+    } refusals[] = {
+        {"R", GlobalShortcutGrab::needsModifier},
+        {"Shift+R", GlobalShortcutGrab::needsModifier},
+        {"Ctrl+Alt+NoSuchKey", GlobalShortcutGrab::unknownKey},
+        {"", GlobalShortcutGrab::unknownKey},
+        {"F9", GlobalShortcutGrab::taken},
+        {"Meta+Space", GlobalShortcutGrab::taken},
+        {"Ctrl+Shift+!", GlobalShortcutGrab::taken},
+    };
+    for (const auto& refusal : refusals) {
+        EXPECT_EQ(shortcuts.grab(9, refusal.keys), refusal.result) << refusal.keys;
     }
 }
 
