@@ -78,6 +78,16 @@ Application::~Application() {
 }
 
 void Application::start(const std::optional<fs::path>& document, bool record) {
+    if (!shortcuts_) {
+        shortcuts_ = std::make_unique<RecordingShortcuts>(defaults_, [this](RecordingShortcut key) {
+            if (key == RecordingShortcut::startStop) {
+                toggleRecording();
+            } else {
+                togglePauseRecording();
+            }
+        });
+        shortcuts_->setOnChange([this] { refreshTrayMenu(); });
+    }
     if (options_.trayIcon) {
         makeTrayIcon();
     }
@@ -188,7 +198,7 @@ RecorderWindow& Application::recorderWindow() {
 
 SettingsWindow& Application::settingsWindow() {
     if (!settingsWindow_) {
-        settingsWindow_ = std::make_unique<SettingsWindow>(recorderSession());
+        settingsWindow_ = std::make_unique<SettingsWindow>(recorderSession(), shortcuts_.get());
     }
     return *settingsWindow_;
 }
@@ -210,6 +220,29 @@ void Application::showSettings() {
     window.show();
     window.raise();
     window.activateWindow();
+}
+
+void Application::toggleRecording() {
+    if (quitting_) {
+        return;
+    }
+    RecorderWindow& window = recorderWindow();
+    if (recorderSession().isActive()) {
+        window.stopRecording();
+        return;
+    }
+    window.startRecording();
+    // Nothing to record yet (or no screen to record here): the recorder says so. An area
+    // still to be dragged out has its overlay up instead.
+    if (!recorderSession().isActive() && !window.isVisible() && !window.areaOverlay().isVisible()) {
+        showRecorder();
+    }
+}
+
+void Application::togglePauseRecording() {
+    if (recorderSession_ && recorderSession_->isActive()) {
+        recorderWindow().togglePause();
+    }
 }
 
 void Application::openTake(const fs::path& screenURL) {
@@ -244,19 +277,27 @@ void Application::refreshTrayMenu() {
     }
     QMenu* menu = tray_->contextMenu();
     menu->clear();
+    // An item that the keys for the whole desktop also do shows them.
+    const auto withKeys = [this](const QString& text, RecordingShortcut action) {
+        const QString keys = shortcuts_ ? shortcuts_->shownKeys(action) : QString();
+        return keys.isEmpty() ? text : text + QLatin1Char('\t') + keys;
+    };
     const bool active = recorderSession_ && recorderSession_->isActive();
     if (active) {
         WindowRecorder& recorder = recorderSession_->recorder();
         QAction* state = menu->addAction(QString::fromStdString(recorder.statusText.value() + "  " +
                                                                 recorder.elapsedText.value()));
         state->setEnabled(false);
-        menu->addAction(recorder.isPaused.value() ? QStringLiteral("Resume Recording")
-                                                  : QStringLiteral("Pause Recording"),
-                        [this] { recorderWindow().togglePause(); });
-        menu->addAction(QStringLiteral("Stop Recording"),
-                        [this] { recorderWindow().stopRecording(); });
+        menu->addAction(withKeys(recorder.isPaused.value() ? QStringLiteral("&Resume Recording")
+                                                           : QStringLiteral("&Pause Recording"),
+                                 RecordingShortcut::pauseResume),
+                        [this] { togglePauseRecording(); });
+        menu->addAction(withKeys(QStringLiteral("S&top Recording"), RecordingShortcut::startStop),
+                        [this] { toggleRecording(); });
         menu->addAction(QStringLiteral("Show Recorder"), [this] { showRecorder(); });
     } else {
+        menu->addAction(withKeys(QStringLiteral("&Start Recording"), RecordingShortcut::startStop),
+                        [this] { toggleRecording(); });
         menu->addAction(QStringLiteral("New Recording…"), [this] { showRecorder(); });
         menu->addAction(QStringLiteral("Open…"), [this] { showOpenDialog(); });
     }

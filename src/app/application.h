@@ -8,6 +8,7 @@
 #include "app/background_work.h"
 #include "app/recent_documents.h"
 #include "app/recorder_session.h"
+#include "app/recording_shortcuts.h"
 #include "core/user_defaults.h"
 #include "editor/editor_preset_store.h"
 #include "playback/playback_model.h"
@@ -78,6 +79,11 @@ public:
     RecentDocuments& recentDocuments() { return recents_; }
     UserDefaults& userDefaults() { return defaults_; }
     bool isOpening() const { return opening_.has_value(); }
+    // Starts a take of the recorder's last choice, or stops the one under way (the tray
+    // and the keys for the whole desktop); with nothing chosen yet, the recorder shows.
+    void toggleRecording();
+    // Pauses or resumes the take under way.
+    void togglePauseRecording();
     // Made when first wanted.
     RecorderSession& recorderSession();
     RecorderWindow& recorderWindow();
@@ -86,6 +92,8 @@ public:
     // or secret store (uploads then say what is missing).
     GoogleOAuthController* googleAccount();
     bool hasRecorder() const { return recorderWindow_ != nullptr; }
+    // Absent until start().
+    RecordingShortcuts* recordingShortcuts() { return shortcuts_.get(); }
 
     // Called with each editor window once it is shown.
     void setOnEditorOpened(std::function<void(EditorWindow&)> handler) {
@@ -117,6 +125,7 @@ private:
     std::unique_ptr<GoogleOAuthController> googleAccount_;
     bool googleAccountTried_ = false;
     QSystemTrayIcon* tray_ = nullptr;
+    std::unique_ptr<RecordingShortcuts> shortcuts_;
     std::vector<Subscription> recorderSubscriptions_;
     BackgroundWork work_{"com.orvelle.app.open"};
 };

@@ -940,6 +940,13 @@ void RecorderWindow::startRecording() {
     if (!area.isEmpty()) {
         keepOutOfCapture(area);
     }
+    // Started from elsewhere (the tray, the keys for the whole desktop): the controls come
+    // up beside the area, leaving the focus where the user works.
+    if (!isVisible() && !hiddenInTray_) {
+        setAttribute(Qt::WA_ShowWithoutActivating, true);
+        show();
+        setAttribute(Qt::WA_ShowWithoutActivating, false);
+    }
     runMainThreadUntil([] { return false; }, std::chrono::milliseconds(60));
     session_.start(*selection);
     refreshState();

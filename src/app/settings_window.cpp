@@ -13,6 +13,7 @@
 #include <QFileDialog>
 #include <QGridLayout>
 #include <QInputDialog>
+#include <QKeySequenceEdit>
 #include <QLabel>
 #include <QMenu>
 #include <QPointer>
@@ -51,8 +52,9 @@ QString homeRelative(const fs::path& path) {
 
 } // namespace
 
-SettingsWindow::SettingsWindow(RecorderSession& session, QWidget* parent)
-    : QWidget(parent, Qt::Window), session_(session) {
+SettingsWindow::SettingsWindow(RecorderSession& session, RecordingShortcuts* shortcuts,
+                               QWidget* parent)
+    : QWidget(parent, Qt::Window), session_(session), shortcuts_(shortcuts) {
     setWindowTitle(QStringLiteral("Settings — Orvelle"));
     setObjectName(QStringLiteral("SettingsWindow"));
     setWindowIcon(applicationIcon());
@@ -98,6 +100,52 @@ SettingsWindow::SettingsWindow(RecorderSession& session, QWidget* parent)
         session_.camera().devices.observe([this](const auto&) { refreshDevices(); }));
     subscriptions_.push_back(
         session_.microphone().devices.observe([this](const auto&) { refreshDevices(); }));
+
+    // Keys for the whole desktop.
+    if (shortcuts_ != nullptr) {
+        layout->addSpacing(8);
+        layout->addWidget(heading(QStringLiteral("SHORTCUTS"), this));
+        auto* keys = new QGridLayout;
+        keys->setHorizontalSpacing(12);
+        keys->setVerticalSpacing(8);
+        const auto keyField = [this, keys](int at, const QString& label, RecordingShortcut action) {
+            keys->addWidget(new QLabel(label, this), at, 0);
+            auto* field = new QKeySequenceEdit(this);
+            field->setClearButtonEnabled(true);
+            keys->addWidget(field, at, 1);
+            connect(field, &QKeySequenceEdit::editingFinished, this, [this, field, action] {
+                if (populating_) {
+                    return;
+                }
+                // One chord: a sequence of several would need the keyboard between them.
+                const QKeySequence typed = field->keySequence();
+                shortcuts_->setKeys(action, typed.isEmpty() ? QString()
+                                                            : QKeySequence(typed[0]).toString(
+                                                                  QKeySequence::PortableText));
+                refreshShortcuts();
+            });
+            connect(field, &QKeySequenceEdit::keySequenceChanged, this,
+                    [this, action](const QKeySequence& typed) {
+                        // The clear button: no keys for this action.
+                        if (!populating_ && typed.isEmpty() &&
+                            !shortcuts_->keys(action).isEmpty()) {
+                            shortcuts_->setKeys(action, {});
+                            refreshShortcuts();
+                        }
+                    });
+            return field;
+        };
+        startStopKeys_ =
+            keyField(0, QStringLiteral("Start and stop recording"), RecordingShortcut::startStop);
+        pauseResumeKeys_ =
+            keyField(1, QStringLiteral("Pause and resume"), RecordingShortcut::pauseResume);
+        keys->setColumnStretch(1, 1);
+        layout->addLayout(keys);
+        shortcutNote_ = new QLabel(this);
+        shortcutNote_->setProperty("role", "secondary");
+        shortcutNote_->setWordWrap(true);
+        layout->addWidget(shortcutNote_);
+    }
 
     // Models.
     layout->addSpacing(8);
@@ -167,7 +215,40 @@ SettingsWindow::~SettingsWindow() {
 
 void SettingsWindow::refresh() {
     refreshDevices();
+    refreshShortcuts();
     refreshModels();
+}
+
+void SettingsWindow::refreshShortcuts() {
+    if (shortcuts_ == nullptr) {
+        return;
+    }
+    populating_ = true;
+    const bool offered = shortcuts_->unavailableReason().isEmpty();
+    QStringList problems;
+    for (const auto& [field, action] :
+         {std::pair{startStopKeys_, RecordingShortcut::startStop},
+          std::pair{pauseResumeKeys_, RecordingShortcut::pauseResume}}) {
+        field->setKeySequence(
+            QKeySequence::fromString(shortcuts_->keys(action), QKeySequence::PortableText));
+        field->setEnabled(offered);
+        if (!shortcuts_->problem(action).isEmpty()) {
+            problems.append(shortcuts_->problem(action));
+        }
+    }
+    shortcutNote_->setText(!offered             ? shortcuts_->unavailableReason()
+                           : problems.isEmpty() ? QStringLiteral("These keys work whichever "
+                                                                 "program has the focus.")
+                                                : problems.join(QLatin1Char('\n')));
+    populating_ = false;
+}
+
+QKeySequenceEdit& SettingsWindow::shortcutField(RecordingShortcut action) {
+    return action == RecordingShortcut::startStop ? *startStopKeys_ : *pauseResumeKeys_;
+}
+
+QString SettingsWindow::shortcutNote() const {
+    return shortcutNote_ != nullptr ? shortcutNote_->text() : QString();
 }
 
 void SettingsWindow::refreshDevices() {
