@@ -1,29 +1,65 @@
 // The recorder's own windows in the test process on Qt's offscreen platform: the area
-// overlay driven with the mouse and keys as a user drags it, and the settings window's
-// model install run through to the model's state.
+// overlay driven with the mouse and keys as a user drags it, the settings window's model
+// install run through to the model's state, and its keys for the whole desktop taken on a
+// private X server.
 
 #include "app/event_wait.h"
 #include "app/recorder_session.h"
 #include "app/recording_overlays.h"
+#include "app/recording_shortcuts.h"
 #include "app/settings_window.h"
 #include "core/files.h"
 #include "core/user_defaults.h"
+#include "platform/capture/x11/x11_global_shortcuts.h"
 #include "support/temporary_directory.h"
+#include "support/x_server.h"
 
 #include <gtest/gtest.h>
 
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QKeyEvent>
+#include <QKeySequenceEdit>
 #include <QMouseEvent>
 #include <QScreen>
 #include <QTest>
 #include <QThread>
+#include <map>
+#include <optional>
 
 namespace orvelle {
 namespace {
 
 namespace fs = std::filesystem;
+
+// Environment variables set for one scope, and put back as they were.
+class ScopedEnvironment {
+public:
+    explicit ScopedEnvironment(const std::map<std::string, std::optional<std::string>>& values) {
+        for (const auto& [name, value] : values) {
+            const char* old = std::getenv(name.c_str());
+            saved_[name] = old != nullptr ? std::optional<std::string>(old) : std::nullopt;
+            set(name, value);
+        }
+    }
+    ~ScopedEnvironment() {
+        for (const auto& [name, value] : saved_) {
+            set(name, value);
+        }
+    }
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+
+private:
+    static void set(const std::string& name, const std::optional<std::string>& value) {
+        if (value) {
+            setenv(name.c_str(), value->c_str(), 1);
+        } else {
+            unsetenv(name.c_str());
+        }
+    }
+    std::map<std::string, std::optional<std::string>> saved_;
+};
 
 // A drag as the window sees it: press, moves with the button held, release.
 void drag(QWidget& widget, QPoint from, QPoint to) {
@@ -117,6 +153,77 @@ TEST(SettingsWindowTest, InstallsAModelAndSaysWhyASourceIsRefused) {
     ASSERT_TRUE(testing::processEventsUntil([&] { return !window.isInstalling(); }));
     EXPECT_TRUE(window.modelStatusText("language").startsWith(QStringLiteral("Installed")))
         << window.modelStatusText("language").toStdString();
+}
+
+TEST(SettingsWindowTest, TakesTheChosenKeysForTheWholeDesktopAndSaysWhyOthersAreNot) {
+    using enum RecordingShortcut;
+    const testing::TemporaryDirectory folder;
+    const testing::XvfbServer display;
+    const ScopedEnvironment x11({{"DISPLAY", display.display()},
+                                 {"XDG_SESSION_TYPE", "x11"},
+                                 {"WAYLAND_DISPLAY", std::nullopt}});
+    // Another program already holds the default pause keys.
+    X11GlobalShortcuts otherProgram(display.display());
+    ASSERT_EQ(otherProgram.grab(1, "Ctrl+Alt+P"), GlobalShortcutGrab::taken);
+
+    UserDefaults defaults(folder / "settings.json");
+    std::vector<RecordingShortcut> pressed;
+    RecordingShortcuts shortcuts(defaults, [&](RecordingShortcut key) { pressed.push_back(key); });
+    RecorderSession session(defaults, nullptr);
+    SettingsWindow window(session, &shortcuts);
+    window.show();
+    EXPECT_EQ(window.shortcutField(startStop).keySequence().toString(),
+              QStringLiteral("Ctrl+Alt+R"));
+    EXPECT_EQ(window.shortcutNote(),
+              QStringLiteral("Ctrl+Alt+P is used by another program: choose another in Settings."));
+
+    // Other keys typed into the field are taken and remembered.
+    QKeySequenceEdit& pauseField = window.shortcutField(pauseResume);
+    pauseField.setFocus();
+    QTest::keyClick(&pauseField, Qt::Key_O, Qt::ControlModifier | Qt::AltModifier);
+    ASSERT_TRUE(testing::processEventsUntil(
+        [&] { return shortcuts.keys(pauseResume) == QStringLiteral("Ctrl+Alt+O"); }, 10000));
+    EXPECT_EQ(window.shortcutNote(),
+              QStringLiteral("These keys work whichever program has the focus."));
+    EXPECT_EQ(UserDefaults(folder / "settings.json")
+                  .get<std::string>(RecordingShortcuts::kPauseResumeKey),
+              "Ctrl+Alt+O");
+
+    // One chord for both actions, and a letter alone, are refused in words that say why.
+    shortcuts.setKeys(startStop, QStringLiteral("Ctrl+Alt+O"));
+    EXPECT_EQ(shortcuts.problem(startStop),
+              QStringLiteral("Ctrl+Alt+O already pauses and resumes recording."));
+    shortcuts.setKeys(startStop, QStringLiteral("R"));
+    EXPECT_EQ(shortcuts.problem(startStop),
+              QStringLiteral("R alone would be taken from all typing: add Ctrl, Alt or Super."));
+    shortcuts.setKeys(startStop, QStringLiteral("Ctrl+Alt+R"));
+    EXPECT_TRUE(shortcuts.problem(startStop).isEmpty());
+
+    // Pressed on the display, whatever has the focus there: the other program's keys stay
+    // its own.
+    display.xdotool({"key", "ctrl+alt+o", "ctrl+alt+p", "ctrl+alt+r"});
+    ASSERT_TRUE(testing::processEventsUntil([&] { return pressed.size() >= 2; }, 10000));
+    EXPECT_EQ(pressed, (std::vector<RecordingShortcut>{pauseResume, startStop}));
+
+    // Where no keys can be taken for the whole desktop, the settings say why.
+    const struct {
+        std::map<std::string, std::optional<std::string>> environment;
+        QString reason;
+    } sessions[] = {
+        {{{"DISPLAY", std::nullopt}, {"XDG_SESSION_TYPE", std::nullopt}},
+         QStringLiteral("There is no X display: keys for the whole desktop need an X11 session.")},
+        {{{"WAYLAND_DISPLAY", "wayland-0"}},
+         QStringLiteral("Wayland does not let programs take keys for the whole desktop: start "
+                        "and stop recordings from the tray or the recorder window.")},
+    };
+    for (const auto& other : sessions) {
+        const ScopedEnvironment environment(other.environment);
+        RecordingShortcuts none(defaults, [](RecordingShortcut) {});
+        SettingsWindow settings(session, &none);
+        EXPECT_FALSE(settings.shortcutField(startStop).isEnabled());
+        EXPECT_EQ(settings.shortcutNote(), other.reason);
+        EXPECT_TRUE(none.shownKeys(startStop).isEmpty());
+    }
 }
 
 } // namespace
