@@ -231,6 +231,9 @@ void Application::toggleRecording() {
         window.stopRecording();
         return;
     }
+    // The devices as the launcher would show them: a camera stopped by the last take is on
+    // again.
+    recorderSession().refreshDevices();
     window.startRecording();
     // Nothing to record yet (or no screen to record here): the recorder says so. An area
     // still to be dragged out has its overlay up instead.

@@ -130,7 +130,9 @@ void RecorderSession::refreshDevices() {
     }
     const bool cameraWanted =
         defaults_.get<bool>(kCameraEnabledKey).value_or(false) && !camera_->devices.value().empty();
-    if (cameraWanted && !camera_->isEnabled.value()) {
+    // A take that ended stopped the camera with it, though it stays switched on: its
+    // picture starts again here, for the preview and the next take.
+    if (cameraWanted && camera_->state() == CameraRecorder::State::idle) {
         camera_->enable();
     } else if (!cameraWanted && camera_->isEnabled.value()) {
         camera_->disable();

@@ -3,8 +3,10 @@
 // camera and a tone on the microphone, paused and resumed, stopped into the editor,
 // exported, and exported again and uploaded to the stand-in YouTube on 127.0.0.1 with the
 // account signed in through the browser; and a take cut off by a kill, recovered at the
-// next start. What it did is read where a user would find it: the take's files, the
-// windows on screen, what the upload server received.
+// next start; and takes started and stopped from the tray icon's menu (in a panel's XEmbed
+// tray) and with the keys for the whole desktop pressed in another window. What it did is
+// read where a user would find it: the take's files, the windows on screen, what the
+// upload server received.
 
 #include "core/files.h"
 #include "platform/crypto/sha256.h"
@@ -158,6 +160,25 @@ protected:
         }
         display_.xdotool({"mouseup", "1"});
         key(overlay, {"Return"});
+    }
+
+    // Each window a search finds, with where it is: none when the search finds nothing.
+    std::vector<std::pair<std::string, WindowGeometry>>
+    visibleWindows(const std::vector<std::string>& search) const {
+        std::vector<std::string> arguments{"search", "--onlyvisible"};
+        arguments.insert(arguments.end(), search.begin(), search.end());
+        std::vector<std::pair<std::string, WindowGeometry>> windows;
+        try {
+            std::istringstream found(display_.xdotool(arguments));
+            for (std::string window; std::getline(found, window);) {
+                if (!window.empty()) {
+                    windows.emplace_back(window, geometry(window));
+                }
+            }
+        } catch (const std::runtime_error&) {
+            // none, or gone while it was looked at
+        }
+        return windows;
     }
 
     // The take folders of the recording store.
@@ -427,6 +448,113 @@ TEST_F(RecorderEndToEndTest, QuitKeepsTheTakeAndAKilledTakeIsRecoveredAtTheNextS
     // What was written before the kill: a few seconds of screen, camera and microphone.
     EXPECT_GT(endOf(segmentsOf(*manifest, Kind::screen)), 1.0);
     EXPECT_FALSE(segmentsOf(*manifest, Kind::camera).empty());
+}
+
+TEST_F(RecorderEndToEndTest, StartsAndStopsFromTheTrayAndWithKeysPressedInAnotherWindow) {
+    sound_.play(tone(90, 440, 0.4f), "voice", 1);
+    // The area of the last take is remembered, so both start at once.
+    writeFileAtomically(folder_ / "config" / "Orvelle" / "settings.json",
+                        R"({"OrvelleCameraEnabled": true, "OrvelleSelectedCameraID": "test-camera",
+            "OrvelleMicrophoneEnabled": true, "OrvelleRecorderCaptureMode": "area",
+            "OrvelleRecorderArea": [200, 150, 480, 270]})");
+    // A panel with a system tray, as a desktop has.
+    const auto trayer = testing::findProgram("trayer");
+    ASSERT_TRUE(trayer) << "trayer is not installed (run scripts/bootstrap)";
+    testing::ChildProcess panel(
+        *trayer, {"--edge", "top", "--align", "right", "--widthtype", "request", "--height", "24"},
+        display_.environment());
+    ASSERT_TRUE(testing::waitUntil(
+        [&] {
+            return !visibleWindows({"--class", "trayer"}).empty();
+        },
+        20s))
+        << "the panel never showed";
+
+    launch({});
+    ASSERT_FALSE(findWindow("^Orvelle$", 60s).empty()) << "the start window never showed";
+    // The application's icon docks in the panel.
+    std::optional<WindowGeometry> icon;
+    ASSERT_TRUE(testing::waitUntil(
+        [&] {
+            // The panel grows by each icon it takes in.
+            const auto panels = visibleWindows({"--class", "trayer"});
+            if (panels.empty()) {
+                return false;
+            }
+            const WindowGeometry tray = panels.front().second;
+            for (const auto& [window, at] : visibleWindows({"--class", "Orvelle"})) {
+                if (at.x >= tray.x && at.x + at.width <= tray.x + tray.width && at.y >= tray.y &&
+                    at.y + at.height <= tray.y + tray.height) {
+                    icon = at;
+                }
+            }
+            return icon.has_value();
+        },
+        30s))
+        << "no icon in the tray";
+    // The icon's menu, opened with the right button; an item taken by its underlined key.
+    const auto fromTrayMenu = [&](const std::string& item) {
+        const size_t before = visibleWindows({"--class", "Orvelle"}).size();
+        display_.xdotool({"mousemove", std::to_string(icon->x + icon->width / 2),
+                          std::to_string(icon->y + icon->height / 2), "click", "3"});
+        ASSERT_TRUE(testing::waitUntil(
+            [&] {
+                return visibleWindows({"--class", "Orvelle"}).size() > before;
+            },
+            10s))
+            << "the tray menu never opened";
+        display_.xdotool({"key", item});
+    };
+
+    fromTrayMenu("s"); // Start Recording
+    const auto trayTake = waitForRecordingFolder(30s);
+    ASSERT_TRUE(trayTake) << "the tray started no take";
+    std::this_thread::sleep_for(2500ms);
+    fromTrayMenu("t"); // Stop Recording
+    const std::string editor = findWindow("^Orvelle Recording .* — Orvelle$", 90s);
+    ASSERT_FALSE(editor.empty()) << "the take stopped from the tray never opened";
+    const auto trayManifest = manifestIn(*trayTake);
+    ASSERT_TRUE(trayManifest) << "the take stopped from the tray has no manifest";
+
+    // With the editor in front, the keys for the whole desktop start a take, pause and
+    // resume it, and stop it into a second editor.
+    std::this_thread::sleep_for(1000ms);
+    key(editor, {"ctrl+alt+r"});
+    std::optional<fs::path> keysTake;
+    ASSERT_TRUE(testing::waitUntil(
+        [&] {
+            keysTake = waitForRecordingFolder(1s);
+            return keysTake && *keysTake != *trayTake;
+        },
+        30s))
+        << "Ctrl+Alt+R started no take";
+    std::this_thread::sleep_for(1500ms);
+    key(editor, {"ctrl+alt+p"});
+    std::this_thread::sleep_for(2500ms);
+    key(editor, {"ctrl+alt+p"});
+    std::this_thread::sleep_for(1500ms);
+    key(editor, {"ctrl+alt+r"});
+    ASSERT_TRUE(testing::waitUntil(
+        [&] {
+            return visibleWindows({"--name", "^Orvelle Recording .* — Orvelle$"}).size() == 2;
+        },
+        90s))
+        << "the take stopped with the keys never opened";
+    const auto keysManifest = manifestIn(*keysTake);
+    ASSERT_TRUE(keysManifest);
+    fs::path screenURL = *keysManifest;
+    screenURL.replace_filename(
+        keysManifest->filename().string().substr(0, keysManifest->filename().string().size() - 10) +
+        ".mov");
+    const auto manifest = TakeManifest::load(screenURL);
+    ASSERT_TRUE(manifest);
+    // Two runs of the screen and the camera (on again after the first take) around the
+    // pause, which is not in the take.
+    const auto screen = segmentsOf(*manifest, Kind::screen);
+    EXPECT_EQ(screen.size(), 2u);
+    EXPECT_EQ(segmentsOf(*manifest, Kind::camera).size(), 2u);
+    EXPECT_GT(endOf(screen), 2.0);
+    EXPECT_LT(endOf(screen), 4.5) << "the pause was recorded";
 }
 
 } // namespace
