@@ -26,6 +26,7 @@
 #include <QPushButton>
 #include <QSlider>
 #include <QSplitter>
+#include <QTextBrowser>
 #include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -519,6 +520,10 @@ void EditorWindow::buildMenus() {
             {QKeySequence(QStringLiteral("Ctrl+%1").arg(number++))},
             [this, shown] { inspector_->showPage(shown); });
     }
+    add(view, QStringLiteral("Show Transcript"), {QKeySequence(QStringLiteral("Ctrl+T"))}, [this] {
+        inspector_->showPage(InspectorPage::transcript);
+        transcriptPanel_->textView().setFocus(Qt::ShortcutFocusReason);
+    });
 
     QMenu* playbackMenu = menuBar()->addMenu(QStringLiteral("&Playback"));
     add(playbackMenu, QStringLiteral("Play/Pause"), {QKeySequence(Qt::Key_Space)},

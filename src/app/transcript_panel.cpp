@@ -127,6 +127,8 @@ TranscriptPanel::TranscriptPanel(EditorTranscriptController& controller, QWidget
     text_ = new QTextBrowser(this);
     text_->setOpenLinks(false);
     text_->setOpenExternalLinks(false);
+    // Words are selected with Shift and the arrows as well as with the mouse.
+    text_->setTextInteractionFlags(Qt::TextBrowserInteraction | Qt::TextSelectableByKeyboard);
     text_->setFont(Theme::interfaceFont(11));
     text_->document()->setDocumentMargin(10);
     text_->setPlaceholderText(QStringLiteral("The words of the recording show here."));

@@ -1,7 +1,8 @@
 // The recorder of the real application on a private X server and sound server, driven with
 // xdotool as a user drives it: an area dragged out on the overlay, a take with the test
 // camera and a tone on the microphone, paused and resumed, stopped into the editor,
-// exported, and exported again and uploaded to the stand-in YouTube on 127.0.0.1 with the
+// transcribed there in the background, a word deleted in the transcript, exported, and
+// exported again and uploaded to the stand-in YouTube on 127.0.0.1 with the
 // account signed in through the browser; and a take cut off by a kill, recovered at the
 // next start; and takes started and stopped from the tray icon's menu (in a panel's XEmbed
 // tray) and with the keys for the whole desktop pressed in another window. What it did is
@@ -257,6 +258,17 @@ TEST_F(RecorderEndToEndTest,
     const auto signedIn = testing::runProgram(testing::orvelleBinary(),
                                               {"account", "sign-in", "--timeout", "30"}, command);
     ASSERT_EQ(signedIn.status, 0) << signedIn.err;
+    // The speech, alignment and language models installed as `orvelle models` installs them:
+    // the tiny test models, which write the same words whatever they hear.
+    const fs::path models = testing::binaryDirectory() / "test-models";
+    for (const auto& [id, source] : {std::pair{"speech", models / "parakeet-split"},
+                                     std::pair{"alignment", models / "ctc-char"},
+                                     std::pair{"language", models / "tiny-qwen2.gguf"}}) {
+        const auto installed =
+            testing::runProgram(testing::orvelleBinary(),
+                                {"models", "install", id, "--from", source.string()}, command);
+        ASSERT_EQ(installed.status, 0) << installed.err;
+    }
     // A steady tone is what the microphone hears for the whole test.
     sound_.play(tone(120, 440, 0.4f), "voice", 1);
     launch({"--record"});
@@ -328,7 +340,40 @@ TEST_F(RecorderEndToEndTest,
         EXPECT_GT(rootMeanSquare(heard), 0.05) << segment.url << " did not hear the tone";
     }
 
-    // The take exports from the editor: Ctrl+E, Return, a movie of the whole take.
+    // The new take is transcribed in the background; the transcript is what
+    // `orvelle transcript show` reads once the three passes have run.
+    Json transcript;
+    ASSERT_TRUE(testing::waitUntil(
+        [&] {
+            const auto shown = testing::runProgram(
+                testing::orvelleBinary(), {"transcript", "show", manifestURL->string(), "--json"},
+                command);
+            if (shown.status != 0) {
+                return false;
+            }
+            transcript = Json::parse(shown.out);
+            return transcript["aligned"].get<bool>() &&
+                   transcript["paragraphBreaksSuggested"].get<bool>();
+        },
+        180s))
+        << "the take was never transcribed";
+    std::vector<Json> words;
+    for (const auto& paragraph : transcript["paragraphs"]) {
+        for (const auto& word : paragraph) {
+            words.push_back(word);
+        }
+    }
+    ASSERT_GE(words.size(), 2u) << transcript["text"];
+    // The first word goes: the transcript page (Ctrl+T), the first word selected from the
+    // keyboard, Delete. The cut is the word and stops at the next one.
+    const double wordStart = words[0]["editStart"].get<double>();
+    const double wordEnd = words[0]["editEnd"].get<double>();
+    const double nextStart = words[1]["editStart"].get<double>();
+    std::this_thread::sleep_for(1000ms);
+    key(editor, {"ctrl+t"});
+    key(editor, {"ctrl+Home", "ctrl+shift+Right", "Delete"});
+
+    // The take exports from the editor: Ctrl+E, Return, a movie of the take less the word.
     std::this_thread::sleep_for(1000ms);
     key(editor, {"ctrl+e"});
     std::this_thread::sleep_for(300ms);
@@ -338,14 +383,14 @@ TEST_F(RecorderEndToEndTest,
         [&] {
             std::error_code error;
             for (const auto& entry : fs::directory_iterator(folder_ / "home" / "Desktop", error)) {
+                if (entry.path().filename().string().starts_with(".")) {
+                    continue; // still being written, under its hidden name
+                }
                 try {
                     exported = probeMediaFile(entry.path());
-                    if (exported->firstVideo() != nullptr &&
-                        std::abs(exported->duration - length) < 0.2) {
-                        return true;
-                    }
+                    return exported->firstVideo() != nullptr;
                 } catch (const std::exception&) {
-                    // still being written
+                    // not a movie
                 }
             }
             return false;
@@ -353,6 +398,9 @@ TEST_F(RecorderEndToEndTest,
         240s);
     ASSERT_TRUE(done) << "no exported movie of the take";
     EXPECT_NE(exported->firstAudio(), nullptr);
+    const double cut = length - exported->duration;
+    EXPECT_GT(cut, wordEnd - wordStart - 0.05) << "the word was not cut";
+    EXPECT_LT(cut, nextStart + 0.02) << "more than the word was cut"; // within a frame
 
     // Export and Upload (Ctrl+Shift+U): a second movie, and the same bytes on the server,
     // with the project's title and privacy.
