@@ -172,6 +172,12 @@ void CompositionPlayer::setGeometry(std::shared_ptr<const PreviewGeometry> geome
         renderWake_.notify_all();
     } else if (!firstFramePending_) {
         restartLocked(now);
+    } else {
+        // The picture the seek waits for may be drawn with the old look already: it is
+        // dropped and drawn again at the same index.
+        ++generation_;
+        ring_.clear();
+        renderWake_.notify_all();
     }
 }
 

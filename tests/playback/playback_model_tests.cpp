@@ -361,6 +361,34 @@ TEST_F(PlaybackModelTest, PausedFramesAreStillAndScrubbingBackOverThemAnswersFro
     }
 }
 
+// A look changed while the picture after a seek is being drawn is drawn too: the picture
+// left on screen is the new look's, the same that a later seek to that time draws.
+TEST_F(PlaybackModelTest, ALookChangedWhileASeekDrawsItsPictureEndsOnScreen) {
+    auto harness = loaded();
+    PlaybackModel& model = *harness->model;
+    for (int attempt = 0; attempt < 12; ++attempt) {
+        const double time = 0.5 + 0.25 * attempt;
+        model.seekPlayer(EditTime(time), false, false);
+        model.editorStore().edit("Padding", [&](EditorProjectState& project, auto&) {
+            project.background.paddingAmount = 0.05 * (attempt % 5);
+        });
+        ASSERT_TRUE(harness->runUntil([&] { return harness->isSettled(); }));
+        harness->runFor(std::chrono::milliseconds(100));
+        const auto shown = model.currentPreviewFrame();
+        harness->seek(time + 3);
+        harness->seek(time);
+        const auto drawn = model.currentPreviewFrame();
+        ASSERT_EQ(shown->picture.width(), drawn->picture.width());
+        int differing = 0;
+        for (int y = 0; y < drawn->picture.height(); y += 3) {
+            for (int x = 0; x < drawn->picture.width(); x += 3) {
+                differing += shown->picture.pixel(x, y) != drawn->picture.pixel(x, y);
+            }
+        }
+        ASSERT_EQ(differing, 0) << "a stale look stayed on screen after the seek to " << time;
+    }
+}
+
 TEST_F(PlaybackModelTest, ReloadingDropsTheResultsOfTheEarlierLoad) {
     TinyTakeOptions shortOptions;
     shortOptions.seconds = 2;
