@@ -3,6 +3,7 @@
 #include "platform/media/video_decoder.h"
 #include "project/cursor_recording.h"
 #include "project/take_manifest.h"
+#include "support/child_process.h"
 #include "support/painter_counter.h"
 #include "support/temporary_directory.h"
 #include "support/x_server.h"
@@ -70,8 +71,11 @@ TEST_F(CaptureCommands, SourcesListTheDesktopWithAStillOfEach) {
 
 TEST_F(CaptureCommands, CaptureRecordsAnAreaWithItsPointerDataAndReportsDrops) {
     const auto movie = folder_ / "Take.mov";
+    // A click a second into the take: counted from when the movie is opened, since a busy
+    // machine may take a while to start the program.
     std::thread clicker([&] {
-        std::this_thread::sleep_for(1500ms);
+        testing::waitUntil([&] { return std::filesystem::exists(movie); }, 20s);
+        std::this_thread::sleep_for(1000ms);
         x_.xdotool({"mousemove", "520", "280", "click", "1"});
     });
     const auto result = testing::runProgram(

@@ -100,7 +100,7 @@ TEST_F(PlayCommand, AppliesEditsWhilePlayingWithoutMovingThePlayheadOffItsMateri
 
 TEST_F(PlayCommand, PlaysSilentlyWithoutAServerAndRefusesWhatItCannotDo) {
     const Json silent = orvelleJson(
-        {"play", take_.manifestURL.string(), "--size", "160x90", "--seconds", "0.5", "--json"},
+        {"play", take_.manifestURL.string(), "--size", "160x90", "--seconds", "1", "--json"},
         {{"PULSE_SERVER", "unix:" + (folder_ / "none.sock").string()}});
     EXPECT_FALSE(silent["sound"].get<bool>());
     EXPECT_NE(silent["soundProblem"].get<std::string>().find("No sound server"), std::string::npos);
