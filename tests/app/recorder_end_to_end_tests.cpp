@@ -212,12 +212,13 @@ protected:
         return found;
     }
 
-    static std::optional<fs::path> manifestIn(const fs::path& folder) {
+    // The screen movie of the take in `folder`, once its manifest is written beside it.
+    static std::optional<fs::path> screenMovieIn(const fs::path& folder) {
         std::error_code error;
         for (const auto& entry : fs::directory_iterator(folder, error)) {
             const std::string name = entry.path().filename().string();
             if (name.size() > 10 && name.ends_with(".take.json")) {
-                return entry.path();
+                return folder / (name.substr(0, name.size() - 10) + ".mov");
             }
         }
         return std::nullopt;
@@ -303,13 +304,9 @@ TEST_F(RecorderEndToEndTest,
     const std::string editor = findWindow("^Orvelle Recording .* — Orvelle$", 90s);
     ASSERT_FALSE(editor.empty()) << "the editor never opened on the take";
     EXPECT_FALSE(fs::exists(*take / ".orvelle-recording-in-progress"));
-    const auto manifestURL = manifestIn(*take);
-    ASSERT_TRUE(manifestURL);
-    fs::path screenURL = *manifestURL;
-    screenURL.replace_filename(
-        manifestURL->filename().string().substr(0, manifestURL->filename().string().size() - 10) +
-        ".mov");
-    const auto manifest = TakeManifest::load(screenURL);
+    const auto screenURL = screenMovieIn(*take);
+    ASSERT_TRUE(screenURL);
+    const auto manifest = TakeManifest::load(*screenURL);
     ASSERT_TRUE(manifest);
 
     // Every track, each in two runs around the pause, ending together.
@@ -345,9 +342,9 @@ TEST_F(RecorderEndToEndTest,
     Json transcript;
     ASSERT_TRUE(testing::waitUntil(
         [&] {
-            const auto shown = testing::runProgram(
-                testing::orvelleBinary(), {"transcript", "show", manifestURL->string(), "--json"},
-                command);
+            const auto shown =
+                testing::runProgram(testing::orvelleBinary(),
+                                    {"transcript", "show", screenURL->string(), "--json"}, command);
             if (shown.status != 0) {
                 return false;
             }
@@ -419,7 +416,7 @@ TEST_F(RecorderEndToEndTest,
         },
         300s))
         << "nothing was uploaded";
-    const fs::path second = folder_ / "home" / "Desktop" / (screenURL.stem().string() + " 2.mp4");
+    const fs::path second = folder_ / "home" / "Desktop" / (screenURL->stem().string() + " 2.mp4");
     ASSERT_TRUE(fs::exists(second));
     EXPECT_EQ(uploaded["received"].get<std::uint64_t>(), fs::file_size(second));
     EXPECT_EQ(uploaded["sha256"].get<std::string>(), sha256HexOfFile(second));
@@ -442,7 +439,7 @@ TEST_F(RecorderEndToEndTest, QuitKeepsTheTakeAndAKilledTakeIsRecoveredAtTheNextS
     std::this_thread::sleep_for(2500ms);
     EXPECT_EQ(application_->terminate(SIGTERM), 0);
     EXPECT_FALSE(fs::exists(*quitTake / ".orvelle-recording-in-progress"));
-    const auto quitManifest = manifestIn(*quitTake);
+    const auto quitManifest = screenMovieIn(*quitTake);
     ASSERT_TRUE(quitManifest) << "the take stopped at quit has no manifest";
 
     // Killed during a take: the next start offers the take, and Open in Editor opens it.
@@ -476,7 +473,7 @@ TEST_F(RecorderEndToEndTest, QuitKeepsTheTakeAndAKilledTakeIsRecoveredAtTheNextS
     std::this_thread::sleep_for(500ms);
     application_->terminate(SIGKILL);
     ASSERT_TRUE(fs::exists(*killedTake / ".orvelle-recording-in-progress"));
-    EXPECT_FALSE(manifestIn(*killedTake));
+    EXPECT_FALSE(screenMovieIn(*killedTake));
 
     launch({});
     const std::string dialog = findWindow("^Orvelle$", 60s);
@@ -485,13 +482,9 @@ TEST_F(RecorderEndToEndTest, QuitKeepsTheTakeAndAKilledTakeIsRecoveredAtTheNextS
     const std::string editor = findWindow("^Orvelle Recording .* — Orvelle$", 90s);
     ASSERT_FALSE(editor.empty()) << "the recovered take never opened";
     EXPECT_FALSE(fs::exists(*killedTake / ".orvelle-recording-in-progress"));
-    const auto recovered = manifestIn(*killedTake);
+    const auto recovered = screenMovieIn(*killedTake);
     ASSERT_TRUE(recovered);
-    fs::path screenURL = *recovered;
-    screenURL.replace_filename(
-        recovered->filename().string().substr(0, recovered->filename().string().size() - 10) +
-        ".mov");
-    const auto manifest = TakeManifest::load(screenURL);
+    const auto manifest = TakeManifest::load(*recovered);
     ASSERT_TRUE(manifest);
     // What was written before the kill: a few seconds of screen, camera and microphone.
     EXPECT_GT(endOf(segmentsOf(*manifest, Kind::screen)), 1.0);
@@ -561,7 +554,7 @@ TEST_F(RecorderEndToEndTest, StartsAndStopsFromTheTrayAndWithKeysPressedInAnothe
     fromTrayMenu("t"); // Stop Recording
     const std::string editor = findWindow("^Orvelle Recording .* — Orvelle$", 90s);
     ASSERT_FALSE(editor.empty()) << "the take stopped from the tray never opened";
-    const auto trayManifest = manifestIn(*trayTake);
+    const auto trayManifest = screenMovieIn(*trayTake);
     ASSERT_TRUE(trayManifest) << "the take stopped from the tray has no manifest";
 
     // With the editor in front, the keys for the whole desktop start a take, pause and
@@ -588,13 +581,9 @@ TEST_F(RecorderEndToEndTest, StartsAndStopsFromTheTrayAndWithKeysPressedInAnothe
         },
         90s))
         << "the take stopped with the keys never opened";
-    const auto keysManifest = manifestIn(*keysTake);
-    ASSERT_TRUE(keysManifest);
-    fs::path screenURL = *keysManifest;
-    screenURL.replace_filename(
-        keysManifest->filename().string().substr(0, keysManifest->filename().string().size() - 10) +
-        ".mov");
-    const auto manifest = TakeManifest::load(screenURL);
+    const auto keysTakeMovie = screenMovieIn(*keysTake);
+    ASSERT_TRUE(keysTakeMovie);
+    const auto manifest = TakeManifest::load(*keysTakeMovie);
     ASSERT_TRUE(manifest);
     // Two runs of the screen and the camera (on again after the first take) around the
     // pause, which is not in the take.
