@@ -394,7 +394,7 @@ QWidget* EditorWindow::buildTimelinePanel(QWidget* parent) {
 }
 
 void EditorWindow::buildMenus() {
-    const auto add = [this](QMenu* menu, const QString& text, QList<QKeySequence> keys,
+    const auto add = [this](QMenu* menu, const QString& text, const QList<QKeySequence>& keys,
                             std::function<void()> handler) {
         auto* action = menu->addAction(text);
         action->setShortcuts(keys);
@@ -838,7 +838,7 @@ void EditorWindow::saveTo(const fs::path& url, std::function<void(bool)> done) {
             const fs::path written = OrvelleProjectPackage::write(snapshot, url);
             return OrvelleProjectPackage::load(written);
         },
-        [this, snapshot, finished](EditorDocument saved) {
+        [this, snapshot, finished](const EditorDocument& saved) {
             saving_ = false;
             finishedSaving(saved, snapshot);
             if (*finished) {

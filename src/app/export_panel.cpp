@@ -198,7 +198,7 @@ fs::path ExportPanel::plannedOutputURL() const {
     fs::path candidate = folder / (name + extension);
     std::error_code error;
     for (int number = 2; fs::exists(candidate, error) && number < 1000; ++number) {
-        candidate = folder / (name + " " + std::to_string(number) + extension);
+        candidate = folder / (name + " " + std::to_string(number)).append(extension);
     }
     return candidate;
 }
