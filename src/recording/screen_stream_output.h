@@ -11,7 +11,9 @@
 // the main thread hop there themselves.
 //
 // States: configured (frames flow, none written); armed (a segment opens at the next good
-// frame); paused (no segment open); finished or cancelled (final).
+// frame); paused (no segment open); finished or cancelled (final). The next segment's
+// encoder is set up ahead, when the output is made and at each pause; its file appears
+// with its first frame.
 
 #include "core/date.h"
 #include "core/executor.h"
@@ -95,6 +97,7 @@ public:
 private:
     void handleVideo(const CapturedVideoFrameRef& frame);
     void handleAudio(const CapturedAudio& audio);
+    void prepareNextSegment();
     ScreenSegment* activeSegmentForWriting();
     // Returns nextProgramStart afterwards, or the segment's error.
     double finishActiveSegmentOnQueue(std::optional<std::string>& error);
@@ -114,7 +117,7 @@ private:
     bool firstFrameSignaled_ = false;
     bool failed_ = false;
     bool isCancelled_ = false;
-    std::unique_ptr<ScreenSegment> activeSegment_;
+    std::unique_ptr<ScreenSegment> activeSegment_; // being written, or made ahead
     std::vector<RecordedMediaSegment> completedSegments_;
     int nextSegmentIndex_ = 1;
     double nextProgramStart_ = 0;

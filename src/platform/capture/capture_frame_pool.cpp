@@ -33,8 +33,7 @@ CaptureFramePool::~CaptureFramePool() {
     }
 }
 
-std::optional<size_t> CaptureFramePool::acquire() {
-    std::lock_guard lock(mutex_);
+std::optional<size_t> CaptureFramePool::takeFree() {
     for (size_t index = 0; index < free_.size(); ++index) {
         if (free_[index]) {
             free_[index] = false;
@@ -44,9 +43,24 @@ std::optional<size_t> CaptureFramePool::acquire() {
     return std::nullopt;
 }
 
-void CaptureFramePool::giveBack(size_t index) {
+std::optional<size_t> CaptureFramePool::acquire() {
     std::lock_guard lock(mutex_);
-    free_[index] = true;
+    return takeFree();
+}
+
+std::optional<size_t> CaptureFramePool::acquire(std::chrono::steady_clock::time_point until) {
+    std::unique_lock lock(mutex_);
+    std::optional<size_t> index;
+    returned_.wait_until(lock, until, [&] { return (index = takeFree()).has_value(); });
+    return index;
+}
+
+void CaptureFramePool::giveBack(size_t index) {
+    {
+        std::lock_guard lock(mutex_);
+        free_[index] = true;
+    }
+    returned_.notify_one();
 }
 
 CapturedVideoFrameRef CaptureFramePool::lend(const std::shared_ptr<CaptureFramePool>& pool,

@@ -7,6 +7,8 @@
 
 #include "platform/capture/capture_types.h"
 
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -34,6 +36,8 @@ public:
 
     // A free buffer's index, or absent when every buffer is lent out.
     std::optional<size_t> acquire();
+    // The same, waiting until `until` for a buffer to come back.
+    std::optional<size_t> acquire(std::chrono::steady_clock::time_point until);
     // Gives back a buffer acquired but not lent out.
     void giveBack(size_t index);
     const Buffer& buffer(size_t index) const { return buffers_[index]; }
@@ -46,7 +50,10 @@ public:
 
 private:
     std::vector<Buffer> buffers_;
+    std::optional<size_t> takeFree(); // with mutex_ held
+
     std::mutex mutex_; // guards free_
+    std::condition_variable returned_;
     std::vector<bool> free_;
 };
 

@@ -208,7 +208,7 @@ struct MovieWriter::State {
         const bool hd = colorSpace == AVCOL_SPC_BT709;
         encoder->color_primaries = hd ? AVCOL_PRI_BT709 : AVCOL_PRI_SMPTE170M;
         encoder->color_trc = hd ? AVCOL_TRC_BT709 : AVCOL_TRC_SMPTE170M;
-        encoder->thread_count = 0;
+        encoder->thread_count = std::max(0, video.encoderThreads);
         AVDictionary* options = nullptr;
         if (proRes) {
             encoder->pix_fmt = AV_PIX_FMT_YUV422P10LE;
@@ -218,8 +218,8 @@ struct MovieWriter::State {
             av_dict_set(&options, "profile", "proxy", 0);
         } else {
             encoder->pix_fmt = AV_PIX_FMT_YUV420P;
-            if (video.constantQuality) {
-                av_dict_set(&options, "crf", std::to_string(*video.constantQuality).c_str(), 0);
+            if (video.quantiser) {
+                av_dict_set(&options, "qp", std::to_string(*video.quantiser).c_str(), 0);
             } else {
                 encoder->bit_rate = video.averageBitRate > 0 ? video.averageBitRate
                                                              : static_cast<int64_t>(video.width) *
@@ -235,7 +235,11 @@ struct MovieWriter::State {
                                                                              : "faster";
             av_dict_set(&options, "preset", preset, 0);
             if (live) {
+                // No B-frames and no look-ahead, but frame threads rather than the tune's
+                // sliced ones: slices of one picture wait for each other and for the
+                // conversion before them, frames in flight do not.
                 av_dict_set(&options, "tune", "zerolatency", 0);
+                av_dict_set(&options, "x264-params", "sliced-threads=0", 0);
             }
         }
         if ((output->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
@@ -358,6 +362,15 @@ struct MovieWriter::State {
             openAudio(*settings.audio);
         } else if (!settings.video) {
             throw MediaError("An audio file needs audio settings.");
+        }
+        if (!settings.createFileWithFirstData) {
+            createFile();
+        }
+    }
+
+    void createFile() {
+        if (headerWritten) {
+            return;
         }
         if (const int code = avio_open(&output->pb, path.c_str(), AVIO_FLAG_WRITE); code < 0) {
             fail("Could not create " + detail::quoted(path), code);
@@ -573,6 +586,7 @@ struct MovieWriter::State {
         if (!std::isfinite(time) || ticks <= lastVideoTicks || time < 0) {
             return false;
         }
+        createFile();
         if (settings.pacing == WriterPacing::offline) {
             lastVideoTicks = ticks;
             encodeVideo(rows, time);
@@ -773,6 +787,7 @@ void MovieWriter::appendAudio(const float* interleaved, size_t frameCount) {
     if (frameCount == 0) {
         return;
     }
+    s.createFile();
     if (s.settings.pacing == WriterPacing::offline) {
         s.encodeAudio(interleaved, frameCount);
         return;
@@ -796,6 +811,7 @@ void MovieWriter::finish() {
         s.stopWorker();
         s.rethrowWorkerError();
     }
+    s.createFile();
     s.finished = true;
     try {
         s.finishEncoding();

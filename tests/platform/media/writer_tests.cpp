@@ -92,6 +92,41 @@ TEST(MovieWriter, RefusesWhatItCannotWrite) {
     }
 }
 
+// A writer made ahead of its pictures: no file until the first one (none at all when none
+// comes), and the place's fault reported when it does.
+TEST(MovieWriter, AWriterMadeAheadCreatesItsFileWithTheFirstPicture) {
+    TemporaryDirectory directory;
+    auto settings = smallMovie(MovieContainer::mov, VideoCodec::h264High);
+    settings.pacing = WriterPacing::realTime;
+    settings.fragmented = true;
+    settings.createFileWithFirstData = true;
+    VideoFrame frame;
+    testing::paintNumberedFrame(frame, 7, 64, 48);
+    {
+        MovieWriter writer(directory / "ahead.mov", settings);
+        EXPECT_FALSE(std::filesystem::exists(directory / "ahead.mov"));
+        EXPECT_TRUE(writer.appendVideoFrame(frame, 0.0));
+        EXPECT_TRUE(std::filesystem::exists(directory / "ahead.mov"));
+        writer.finish();
+    }
+    VideoDecoder decoder(directory / "ahead.mov");
+    VideoFrame decoded;
+    ASSERT_TRUE(decoder.nextFrame(decoded));
+    EXPECT_EQ(testing::readFrameNumber(decoded), 7);
+
+    { MovieWriter unused(directory / "unused.mov", settings); }
+    EXPECT_FALSE(std::filesystem::exists(directory / "unused.mov"));
+
+    MovieWriter unwritable(directory / "missing-folder" / "late.mov", settings);
+    try {
+        unwritable.appendVideoFrame(frame, 0.0);
+        FAIL() << "an unwritable place must fail at the first picture";
+    } catch (const MediaError& error) {
+        EXPECT_NE(std::string(error.what()).find("late.mov"), std::string::npos) << error.what();
+    }
+    EXPECT_THROW(unwritable.appendVideoFrame(frame, 0.1), MediaError) << "nothing after a failure";
+}
+
 TEST(MovieWriter, PassesOverFramesOutOfOrderAndRefusesWrongSizes) {
     TemporaryDirectory directory;
     MovieWriter writer(directory / "a.mp4", smallMovie(MovieContainer::mp4, VideoCodec::h264High));
@@ -179,7 +214,7 @@ TEST(MovieWriter, LentPicturesAreHeldUntilEncodedAndThenGivenBack) {
     auto settings = smallMovie(MovieContainer::mov, VideoCodec::h264High);
     settings.pacing = WriterPacing::realTime;
     settings.fragmented = true;
-    settings.video->constantQuality = 20;
+    settings.video->quantiser = 20;
     std::vector<std::weak_ptr<VideoFrame>> lent;
     int64_t accepted = 0;
     {
@@ -324,6 +359,23 @@ TEST_P(BgraToYuv420pTable, MatchesSwscaleAndTheExactMean) {
             EXPECT_LE(fromSwscale, 1) << "plane " << plane;
         }
         EXPECT_LE(fromExact, 0.51) << "plane " << plane;
+    }
+
+    // The vectorised kernels (where the processor has them) give the portable ones' bytes.
+    VideoFrame portable;
+    portable.allocate(PixelLayout::yuv420p, test.width, test.height);
+    detail::bgraToYuv420pBt709(
+        bgra.planes[0].data(), bgra.strides[0], test.width, test.height,
+        {{portable.planes[0].data(), portable.planes[1].data(), portable.planes[2].data()},
+         portable.strides},
+        bands, false);
+    for (int plane = 0; plane < 3; ++plane) {
+        for (int y = 0; y < ours.planeHeight(plane); ++y) {
+            ASSERT_TRUE(std::equal(ours.row(plane, y),
+                                   ours.row(plane, y) + ours.planeWidthBytes(plane),
+                                   portable.row(plane, y)))
+                << "plane " << plane << " row " << y;
+        }
     }
 }
 

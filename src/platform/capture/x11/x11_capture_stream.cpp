@@ -3,8 +3,10 @@
 #include "core/error.h"
 #include "core/log.h"
 #include "platform/capture/capture_frame_pool.h"
+#include "platform/capture/capture_tick_clock.h"
 #include "platform/capture/x11/detail/xcb_connection.h"
 
+#include <pthread.h>
 #include <sys/ipc.h>
 #include <sys/mman.h>
 #include <sys/shm.h>
@@ -26,10 +28,6 @@ namespace {
 using detail::XcbConnection;
 using detail::XcbReply;
 using Clock = std::chrono::steady_clock;
-
-double monotonicSeconds(Clock::time_point time) {
-    return std::chrono::duration<double>(time.time_since_epoch()).count();
-}
 
 struct PixelRect {
     int x = 0;
@@ -124,6 +122,10 @@ public:
         wake_.notify_all();
         if (thread_.joinable()) {
             thread_.join();
+            if (const int64_t skipped = skippedFrames(); skipped > 0) {
+                logInfo("capture", "ticks lost: ", skipped, " (", lateTicks_.load(),
+                        " taken too late, ", busyTicks_.load(), " with every buffer in use)");
+            }
         }
         for (const uint32_t segment : segments_) {
             xcb_shm_detach(x_.get(), segment);
@@ -133,7 +135,7 @@ public:
         return std::nullopt;
     }
 
-    int64_t skippedFrames() const override { return skipped_; }
+    int64_t skippedFrames() const override { return lateTicks_ + busyTicks_; }
 
 private:
     size_t frameBytes() const {
@@ -216,27 +218,22 @@ private:
     }
 
     void run() {
+        pthread_setname_np(pthread_self(), "orvelle.x11grab");
         const auto period = std::chrono::duration_cast<Clock::duration>(
             std::chrono::duration<double>(1.0 / std::max(1.0, configuration_.frameRate)));
-        const Clock::time_point origin = Clock::now();
-        int64_t tick = 0;
+        CaptureTickClock clock(Clock::now(), period, CaptureTickClock::toleranceFor(period));
         while (true) {
-            Clock::time_point due = origin + period * tick;
             {
                 std::unique_lock lock(mutex_);
-                if (wake_.wait_until(lock, due, [this] { return stopping_; })) {
+                if (wake_.wait_until(lock, clock.due(), [this] { return stopping_; })) {
                     return;
                 }
             }
-            // Late by a whole period or more: those ticks are lost, not caught up.
-            const int64_t late = (Clock::now() - due) / period;
-            if (late > 0) {
-                skipped_ += late;
-                tick += late;
-                due = origin + period * tick;
-            }
-            ++tick;
-            if (auto failure = captureFrame(monotonicSeconds(due), period); !failure.empty()) {
+            lateTicks_ += clock.passOverLateTicks(Clock::now());
+            const double time = clock.dueSeconds();
+            const Clock::time_point deadline = clock.deadline();
+            clock.advance();
+            if (auto failure = captureFrame(time, period, deadline); !failure.empty()) {
                 output_.streamDidStop(failure);
                 return;
             }
@@ -244,11 +241,12 @@ private:
     }
 
     // Reads one picture and hands it to the output; returns why the stream must end, if it
-    // must.
-    std::string captureFrame(double time, Clock::duration period) {
-        const auto index = pool_->acquire();
+    // must. A tick whose buffers are all still with the encoder waits for one to come back
+    // until the tick's deadline.
+    std::string captureFrame(double time, Clock::duration period, Clock::time_point deadline) {
+        const auto index = pool_->acquire(deadline);
         if (!index) {
-            ++skipped_;
+            ++busyTicks_;
             return {};
         }
         const auto& buffer = pool_->buffer(*index);
@@ -364,7 +362,8 @@ private:
     std::mutex mutex_; // guards stopping_
     std::condition_variable wake_;
     bool stopping_ = false;
-    std::atomic<int64_t> skipped_ = 0;
+    std::atomic<int64_t> lateTicks_ = 0; // passed over: the capture came too late for them
+    std::atomic<int64_t> busyTicks_ = 0; // every buffer was still with the encoder
 };
 
 } // namespace

@@ -17,7 +17,9 @@ struct Yuv420pPlanes {
     std::array<int, 3> strides{};     // bytes a row, per plane
 };
 
+// On processors with AVX2 the rows go through hand-vectorised kernels that give the same
+// bytes; `vectorKernels` false keeps to the portable ones (for comparing the two).
 void bgraToYuv420pBt709(const uint8_t* bgra, int stride, int width, int height,
-                        const Yuv420pPlanes& output, BandRunner& bands);
+                        const Yuv420pPlanes& output, BandRunner& bands, bool vectorKernels = true);
 
 } // namespace orvelle::detail
