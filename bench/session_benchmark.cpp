@@ -4,7 +4,10 @@
 // webcam), the microphone and the system audio of a private sound server, each hearing a
 // tone. Reports per track the frames or samples it should have and those its files hold
 // (dropped: goal 0), where each side track ends against the screen (goal: within a
-// frame), and the processor time of the whole process.
+// frame), the processor time of the whole process (and per screen frame written, the
+// figure to compare on a shared machine) and the load average before and after.
+// With ORVELLE_LOG=info the capture also says why it lost ticks (taken too late, or every
+// buffer still with the encoder).
 //
 // Usage: bench_session [SECONDS]
 
@@ -28,12 +31,20 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <string>
 #include <thread>
 
 namespace {
 
 using namespace orvelle;
 using namespace std::chrono_literals;
+
+std::string loadAverage() {
+    std::ifstream in("/proc/loadavg");
+    std::string oneMinute;
+    in >> oneMinute;
+    return oneMinute.empty() ? "unknown" : oneMinute;
+}
 
 double processorSeconds() {
     rusage usage{};
@@ -136,6 +147,7 @@ int main(int argc, char** argv) {
          *backend, clock, timers, &camera, &microphone, nullptr});
     const auto content = backend->shareableContent();
     const double cpuBefore = processorSeconds();
+    const std::string loadBefore = loadAverage();
     recorder.startSelection(RecorderCaptureMode::display,
                             displaySelection(content, content.displays.at(0).id));
     if (recorder.state() != WindowRecorder::State::recording) {
@@ -157,6 +169,7 @@ int main(int argc, char** argv) {
     const auto result =
         RecordingSessionCoordinator::stopAndOpenEditor(recorder, &camera, &microphone);
     const double cpu = processorSeconds() - cpuBefore;
+    const std::string loadAfter = loadAverage();
     if (!result || !result->manifestURL) {
         std::fprintf(stderr, "bench_session: no take\n");
         return 1;
@@ -189,6 +202,11 @@ int main(int argc, char** argv) {
     row("system audio", screen.duration * 48000, systemAudio * 48000, systemAudio);
     std::printf("screen frames lost by the capture and the writer: %lld\n",
                 static_cast<long long>(recorder.droppedScreenFrames()));
-    std::printf("processor: %.1f s for the take, %.0f %% of one core\n", cpu, cpu / seconds * 100);
+    std::printf("processor: %.1f s for the take, %.0f %% of one core, %.1f ms a screen frame "
+                "written\n",
+                cpu, cpu / seconds * 100,
+                screenFrames > 0 ? cpu * 1000 / static_cast<double>(screenFrames) : 0.0);
+    std::printf("load average: %s before the take, %s after\n", loadBefore.c_str(),
+                loadAfter.c_str());
     return 0;
 }
