@@ -28,7 +28,6 @@ public:
     Clock::time_point deadline() const { return due() + tolerance_; }
     // The next tick's time in seconds on the clock's own scale.
     double dueSeconds() const;
-    Clock::duration period() const { return period_; }
 
     // At `now`, passes over the ticks that can no longer be taken; returns how many.
     int64_t passOverLateTicks(Clock::time_point now);
