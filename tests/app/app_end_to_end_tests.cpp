@@ -10,6 +10,7 @@
 #include "support/run_program.h"
 #include "support/sound_server.h"
 #include "support/temporary_directory.h"
+#include "support/test_media.h"
 #include "support/tiny_take.h"
 #include "support/x_server.h"
 
@@ -41,13 +42,7 @@ std::vector<SavedClip> savedClips(const fs::path& package) {
     return clips;
 }
 
-double rootMeanSquare(const std::vector<float>& samples) {
-    double sum = 0;
-    for (const float sample : samples) {
-        sum += double(sample) * sample;
-    }
-    return samples.empty() ? 0 : std::sqrt(sum / double(samples.size()));
-}
+using testing::rootMeanSquare;
 
 class ApplicationEndToEndTest : public ::testing::Test {
 protected:
@@ -63,32 +58,14 @@ protected:
                                 {"project", "save", take.manifestURL.string(), package_.string()});
         ASSERT_EQ(saved.status, 0) << saved.err;
 
-        std::map<std::string, std::string> environment = display_.environment();
+        // The application's own settings and caches, not the user's; exports go to the
+        // Desktop of its home.
+        std::map<std::string, std::string> environment = display_.applicationEnvironment(folder_);
         environment.merge(sound_.environment());
-        // The application's own settings and caches, not the user's.
-        environment["QT_QPA_PLATFORM"] = "xcb";
-        environment["XDG_CONFIG_HOME"] = (folder_ / "config").string();
-        environment["XDG_DATA_HOME"] = (folder_ / "data").string();
-        environment["XDG_CACHE_HOME"] = (folder_ / "cache").string();
-        environment["XDG_RUNTIME_DIR"] = (folder_ / "runtime").string();
-        environment["HOME"] = (folder_ / "home").string(); // exports go to its Desktop
-        fs::create_directories(folder_ / "runtime");
-        fs::permissions(folder_ / "runtime", fs::perms::owner_all, fs::perm_options::replace);
         application_ = std::make_unique<testing::ChildProcess>(
             ORVELLE_APP, std::vector<std::string>{package_.string()}, environment);
-        ASSERT_TRUE(testing::waitUntil(
-            [&] {
-                try {
-                    const std::string found =
-                        display_.xdotool({"search", "--onlyvisible", "--name", "^Tiny"});
-                    window_ = found.substr(0, found.find('\n'));
-                    return !window_.empty();
-                } catch (const std::runtime_error&) {
-                    return false; // not yet
-                }
-            },
-            60s))
-            << "the editor window never showed";
+        window_ = display_.findWindow("^Tiny", 60s);
+        ASSERT_FALSE(window_.empty()) << "the editor window never showed";
     }
 
     std::string title() const {
@@ -100,14 +77,10 @@ protected:
     }
     bool titleShowsEdited() const { return title().find('*') != std::string::npos; }
 
-    // Keys as a user types them into the editor: there is no window manager, so the
-    // window is given the focus and the pointer first.
+    // Keys typed into the editor, with the pointer over it.
     void key(const std::vector<std::string>& keys) const {
-        display_.xdotool({"windowfocus", "--sync", window_});
         display_.xdotool({"mousemove", "--window", window_, "200", "200"});
-        std::vector<std::string> arguments{"key", "--delay", "60"};
-        arguments.insert(arguments.end(), keys.begin(), keys.end());
-        display_.xdotool(arguments);
+        display_.key(window_, keys, 60);
     }
 
     bool waitFor(const std::function<bool()>& predicate, std::chrono::milliseconds wait) const {

@@ -2,9 +2,9 @@
 // the inspector's panels driven with Qt Test's mouse and keys, checked in the editor store
 // and in the preview's pictures; and the screenshots program, whose pictures are measured.
 
+#include "app/app_test_support.h"
 #include "app/application.h"
 #include "app/editor_window.h"
-#include "app/event_wait.h"
 #include "app/export_panel.h"
 #include "app/preview_view.h"
 #include "app/settings_sidebar.h"
@@ -74,20 +74,13 @@ class EditorWindowTest : public ::testing::Test {
 protected:
     // The take the window opens.
     virtual testing::TinyTake writeTake() {
-        testing::TinyTakeOptions options;
-        options.width = 320;
-        options.height = 180;
-        options.seconds = 4;
-        return testing::writeTinyTake(folder_ / "take", options);
+        return testing::writeTinyTake(folder_ / "take",
+                                      {.width = 320, .height = 180, .seconds = 4});
     }
 
     void SetUp() override {
         take_ = writeTake();
-        ApplicationOptions app;
-        app.settingsURL = folder_ / "settings.json";
-        app.lastEditorSettingsURL = folder_ / "last-editor-settings.json";
-        app.presetsURL = folder_ / "presets.json";
-        app.playback.player.withSound = false;
+        ApplicationOptions app = testing::applicationOptionsIn(folder_);
         app.playback.player.frameRate = 30;
         shell_ = std::make_unique<Application>(app);
         shell_->openDocument(take_.manifestURL);
@@ -177,27 +170,6 @@ TEST_F(EditorWindowTest, DraggingAVideoClipsEdgeTrimsItInOneUndoStep) {
     EXPECT_EQ(store.project().timeline.clips.front(), before);
     window_->action(QStringLiteral("Redo"))->trigger();
     EXPECT_NEAR(store.project().timeline.clips.front().end.seconds, expected, 0.1);
-}
-
-TEST_F(EditorWindowTest, KeysOfTheTimelineSplitAtThePlayheadAndDeleteTheSelection) {
-    EditorStore& store = window_->store();
-    window_->seekTo(1.5);
-    ASSERT_TRUE(testing::processEventsUntil(
-        [&] { return std::abs(window_->playback().timelinePlayheadTime().value() - 1.5) < 0.05; }));
-    window_->activateWindow();
-    QTest::keyClick(window_, Qt::Key_S);
-    auto clips = store.project().timeline.clips;
-    ASSERT_EQ(clips.size(), 2u);
-    EXPECT_NEAR(clips[0].end.seconds, 1.5, 0.05);
-    QTest::keyClick(window_, Qt::Key_Backspace);
-    clips = store.project().timeline.clips;
-    ASSERT_EQ(clips.size(), 1u);
-    EXPECT_NEAR(clips[0].end.seconds, 1.5, 0.05);
-    QTest::keyClick(window_, Qt::Key_Z, Qt::ControlModifier);
-    EXPECT_EQ(store.project().timeline.clips.size(), 2u);
-    QTest::keyClick(window_, Qt::Key_Z, Qt::ControlModifier);
-    EXPECT_EQ(store.project().timeline.clips.size(), 1u);
-    EXPECT_NEAR(store.project().timeline.clips[0].end.seconds, 4, 0.05);
 }
 
 TEST_F(EditorWindowTest, APanelsSliderChangesTheNextPreviewPictureAndUndoBringsItBack) {
@@ -441,12 +413,9 @@ TEST(CrashRecoveryTest, EachAbandonedTakeIsOfferedAtLaunchAndOpensOrGoes) {
     testing::TemporaryDirectory folder;
     const fs::path captures = RecordingScratchStore::capturesDirectory(true);
     const auto abandon = [&](const std::string& name) {
-        testing::TinyTakeOptions options;
-        options.width = 160;
-        options.height = 90;
-        options.seconds = 2;
         const fs::path take = captures / name;
-        const testing::TinyTake written = testing::writeTinyTake(take, options);
+        const testing::TinyTake written =
+            testing::writeTinyTake(take, {.width = 160, .height = 90, .seconds = 2});
         fs::remove(written.manifestURL);               // the process died before the manifest
         const fs::path movie = take / "Tiny Take.mov"; // named as a recording names it
         fs::rename(written.screenURL, movie);
@@ -456,12 +425,7 @@ TEST(CrashRecoveryTest, EachAbandonedTakeIsOfferedAtLaunchAndOpensOrGoes) {
     const auto first = abandon("Orvelle Recording 2026-01-02 10.00.00-A");
     const auto second = abandon("Orvelle Recording 2026-01-02 11.00.00-B");
 
-    ApplicationOptions app;
-    app.settingsURL = folder / "settings.json";
-    app.lastEditorSettingsURL = folder / "last-editor-settings.json";
-    app.presetsURL = folder / "presets.json";
-    app.playback.player.withSound = false;
-    Application shell(app);
+    Application shell(testing::applicationOptionsIn(folder.path()));
     std::vector<QString> asked;
     std::vector<QString> answers{QStringLiteral("Delete Recording"),
                                  QStringLiteral("Open in Editor")};
@@ -509,11 +473,8 @@ TEST(CrashRecoveryTest, EachAbandonedTakeIsOfferedAtLaunchAndOpensOrGoes) {
 // each of its window's size, each showing more than a blank window.
 TEST(ScreenshotsTest, EveryWindowAndPageIsPictured) {
     testing::TemporaryDirectory folder;
-    testing::TinyTakeOptions options;
-    options.width = 320;
-    options.height = 180;
-    options.seconds = 3;
-    const testing::TinyTake take = testing::writeTinyTake(folder / "take", options);
+    const testing::TinyTake take =
+        testing::writeTinyTake(folder / "take", {.width = 320, .height = 180, .seconds = 3});
     const auto made = testing::runProgram(ORVELLE_APP_SCREENSHOTS,
                                           {(folder / "shots").string(), take.manifestURL.string()},
                                           {{"QT_QPA_PLATFORM", "offscreen"}});

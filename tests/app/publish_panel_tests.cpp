@@ -3,6 +3,7 @@
 // model would (the real helper and model are exercised in the local AI tests); what the
 // draft and its revision leave in the project and on the page.
 
+#include "app/app_test_support.h"
 #include "app/application.h"
 #include "app/editor_window.h"
 #include "app/export_panel.h"
@@ -26,30 +27,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool settle(const std::function<bool()>& predicate, int milliseconds = 60000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!predicate()) {
-        if (timer.elapsed() > milliseconds) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        QThread::msleep(5);
-    }
-    return true;
-}
-
 TEST(PublishPanelTest, DraftsMetadataFromTheTranscriptAndRevisesItKeepingTheExchange) {
     const testing::TemporaryDirectory folder;
     // 36 s of take: three sentences 12 s apart, so that chapters fit.
-    testing::TinyTakeOptions options;
-    options.width = 320;
-    options.height = 180;
     const testing::SpokenTake spoken = testing::writeSpokenTake(
         folder / "take",
         testing::passageWords("Welcome to the editor /11/ First we record a take /11/ Then we "
                               "export the movie /3/ done"),
-        true, options);
+        true, {.width = 320, .height = 180});
 
     // The language model is installed (a file with the format's header) and the helper
     // answers with a draft: a shorter title when the prompt asks for one.
@@ -76,23 +61,19 @@ TEST(PublishPanelTest, DraftsMetadataFromTheTranscriptAndRevisesItKeepingTheExch
                 " \"tags\": [\"editor\", \"tutorial\"]}\n"
                 "EOF\n");
 
-    ApplicationOptions app;
-    app.settingsURL = folder / "settings.json";
-    app.lastEditorSettingsURL = folder / "last-editor-settings.json";
-    app.presetsURL = folder / "presets.json";
-    app.playback.player.withSound = false;
+    ApplicationOptions app = testing::applicationOptionsIn(folder.path());
     app.languageModelHelper = helper;
     app.trayIcon = false;
     Application shell(app);
     shell.openDocument(spoken.take.manifestURL);
-    ASSERT_TRUE(settle([&] { return !shell.editorWindows().empty(); }));
+    ASSERT_TRUE(testing::processEventsUntil([&] { return !shell.editorWindows().empty(); }, 60000));
     EditorWindow& window = *shell.editorWindows().front();
     ExportPanel& panel = window.exportPanel();
     EditorStore& store = window.store();
 
     panel.requestDraft();
     ASSERT_TRUE(panel.isDrafting());
-    ASSERT_TRUE(settle([&] { return !panel.isDrafting(); }));
+    ASSERT_TRUE(testing::processEventsUntil([&] { return !panel.isDrafting(); }, 60000));
     ASSERT_TRUE(store.project().exportSettings) << panel.draftStatusText().toStdString();
     ProjectExportSettings settings = *store.project().exportSettings;
     EXPECT_EQ(settings.youtubeTitle, "A tour of the editor, from take to movie")
@@ -106,7 +87,7 @@ TEST(PublishPanelTest, DraftsMetadataFromTheTranscriptAndRevisesItKeepingTheExch
 
     // A revision sends the request with the draft and keeps the exchange.
     panel.requestDraft("make it a shorter title");
-    ASSERT_TRUE(settle([&] { return !panel.isDrafting(); }));
+    ASSERT_TRUE(testing::processEventsUntil([&] { return !panel.isDrafting(); }, 60000));
     settings = *store.project().exportSettings;
     EXPECT_EQ(settings.youtubeTitle, "Editor tour") << panel.draftStatusText().toStdString();
     ASSERT_EQ(settings.metadataConversation.size(), 2u);
@@ -139,28 +120,17 @@ TEST(PublishPanelTest, DraftsMetadataFromTheTranscriptAndRevisesItKeepingTheExch
 TEST(PublishPanelTest, ConnectsTheAccountInTheBrowserUploadsTheExportAndDisconnects) {
     const testing::TemporaryDirectory folder;
     testing::OnlineTestServer server(folder.path());
-    const fs::path data = std::getenv("XDG_DATA_HOME");
-    fs::create_directories(data / "Orvelle");
-    server.writeClientFile(data / "Orvelle" / "google-oauth-client.json");
-    setenv("ORVELLE_YOUTUBE_UPLOAD_URL", server.url("").c_str(), 1);
-    setenv("BROWSER", "curl -sS -L -o /dev/null", 1);
-    setenv("XDG_CURRENT_DESKTOP", "", 1);
-    setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (folder / "no-bus").string()).c_str(), 1);
-    testing::TinyTakeOptions options;
-    options.width = 320;
-    options.height = 180;
-    options.seconds = 2;
-    const testing::TinyTake take = testing::writeTinyTake(folder / "take", options);
+    for (const auto& [name, value] : server.programEnvironment(std::getenv("XDG_DATA_HOME"))) {
+        setenv(name.c_str(), value.c_str(), 1);
+    }
+    const testing::TinyTake take =
+        testing::writeTinyTake(folder / "take", {.width = 320, .height = 180, .seconds = 2});
 
-    ApplicationOptions app;
-    app.settingsURL = folder / "settings.json";
-    app.lastEditorSettingsURL = folder / "last-editor-settings.json";
-    app.presetsURL = folder / "presets.json";
-    app.playback.player.withSound = false;
+    ApplicationOptions app = testing::applicationOptionsIn(folder.path());
     app.trayIcon = false;
     Application shell(app);
     shell.openDocument(take.manifestURL);
-    ASSERT_TRUE(settle([&] { return !shell.editorWindows().empty(); }));
+    ASSERT_TRUE(testing::processEventsUntil([&] { return !shell.editorWindows().empty(); }, 60000));
     EditorWindow& window = *shell.editorWindows().front();
     ExportPanel& panel = window.exportPanel();
     EXPECT_EQ(panel.accountText(), QStringLiteral("No Google account connected"));
@@ -178,15 +148,17 @@ TEST(PublishPanelTest, ConnectsTheAccountInTheBrowserUploadsTheExportAndDisconne
               QStringLiteral("Connect a Google account before uploading to YouTube."));
 
     panel.connectButton().click();
-    ASSERT_TRUE(
-        settle([&] { return panel.accountText().startsWith(QStringLiteral("Connected")); }, 30000))
+    ASSERT_TRUE(testing::processEventsUntil(
+        [&] { return panel.accountText().startsWith(QStringLiteral("Connected")); }, 30000))
         << panel.accountText().toStdString();
     EXPECT_EQ(panel.accountText(), QStringLiteral("Connected as Ada Example"));
 
     // One bar for render and upload; the movie on the server is the one rendered.
-    ASSERT_TRUE(settle([&] { return window.playback().hasCompositionSource().value(); }));
+    ASSERT_TRUE(testing::processEventsUntil(
+        [&] { return window.playback().hasCompositionSource().value(); }, 60000));
     ASSERT_TRUE(panel.startExport());
-    ASSERT_TRUE(settle([&] { return !window.exporter().isExporting().value(); }, 180000));
+    ASSERT_TRUE(testing::processEventsUntil(
+        [&] { return !window.exporter().isExporting().value(); }, 180000));
     const auto watch = window.exporter().youTubeURL().value();
     ASSERT_TRUE(watch) << panel.resultText().toStdString();
     const Json state = server.state();
@@ -202,7 +174,7 @@ TEST(PublishPanelTest, ConnectsTheAccountInTheBrowserUploadsTheExportAndDisconne
 
     // Disconnect forgets the account (its answer comes through the main thread).
     panel.connectButton().click();
-    EXPECT_TRUE(settle(
+    EXPECT_TRUE(testing::processEventsUntil(
         [&] { return panel.accountText() == QStringLiteral("No Google account connected"); }, 5000))
         << panel.accountText().toStdString();
     window.closeWithoutPrompt();

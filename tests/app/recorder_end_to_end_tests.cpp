@@ -19,6 +19,7 @@
 #include "support/run_program.h"
 #include "support/sound_server.h"
 #include "support/temporary_directory.h"
+#include "support/test_media.h"
 #include "support/x_server.h"
 
 #include <gtest/gtest.h>
@@ -41,20 +42,11 @@ constexpr int kAreaTop = 150;
 constexpr int kAreaWidth = 480;
 constexpr int kAreaHeight = 270;
 
-double rootMeanSquare(const std::vector<float>& samples) {
-    double sum = 0;
-    for (const float sample : samples) {
-        sum += double(sample) * sample;
-    }
-    return samples.empty() ? 0 : std::sqrt(sum / double(samples.size()));
-}
+using testing::rootMeanSquare;
 
-std::vector<float> tone(double seconds, double frequency, float amplitude) {
-    std::vector<float> samples(static_cast<size_t>(seconds * 48000));
-    for (size_t i = 0; i < samples.size(); ++i) {
-        samples[i] = amplitude * float(std::sin(2 * M_PI * frequency * double(i) / 48000.0));
-    }
-    return samples;
+// A steady mono tone at 48 kHz: what the microphone hears.
+std::vector<float> tone(double seconds) {
+    return testing::sineTone(440, seconds, 48000, 1, 0.4f);
 }
 
 struct WindowGeometry {
@@ -67,24 +59,12 @@ struct WindowGeometry {
 class RecorderEndToEndTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        environment_ = display_.environment();
+        environment_ = display_.applicationEnvironment(folder_);
         environment_.merge(sound_.environment());
-        environment_["QT_QPA_PLATFORM"] = "xcb";
-        environment_["XDG_CONFIG_HOME"] = (folder_ / "config").string();
-        environment_["XDG_DATA_HOME"] = (folder_ / "data").string();
-        environment_["XDG_CACHE_HOME"] = (folder_ / "cache").string();
-        environment_["XDG_RUNTIME_DIR"] = (folder_ / "runtime").string();
-        environment_["HOME"] = (folder_ / "home").string();
-        // The online services are the stand-ins; the browser a sign-in opens is curl, and
-        // the credential goes to the private file store (no session bus).
-        fs::create_directories(folder_ / "data" / "Orvelle");
-        online_.writeClientFile(folder_ / "data" / "Orvelle" / "google-oauth-client.json");
-        environment_["ORVELLE_YOUTUBE_UPLOAD_URL"] = online_.url("");
-        environment_["BROWSER"] = "curl -sS -L -o /dev/null";
-        environment_["XDG_CURRENT_DESKTOP"] = "";
-        environment_["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + (folder_ / "no-bus").string();
-        fs::create_directories(folder_ / "runtime");
-        fs::permissions(folder_ / "runtime", fs::perms::owner_all, fs::perm_options::replace);
+        // The online services are the stand-ins, signed in to through curl.
+        for (auto& [name, value] : online_.programEnvironment(folder_ / "data")) {
+            environment_[name] = value;
+        }
         // The devices a user chose the last time: remembered in the settings.
         fs::create_directories(folder_ / "config" / "Orvelle");
         writeFileAtomically(
@@ -98,60 +78,21 @@ protected:
                                                                environment_);
     }
 
-    std::string findWindow(const std::string& namePattern, std::chrono::milliseconds wait) const {
-        std::string window;
-        testing::waitUntil(
-            [&] {
-                try {
-                    const std::string found =
-                        display_.xdotool({"search", "--onlyvisible", "--name", namePattern});
-                    window = found.substr(0, found.find('\n'));
-                    return !window.empty();
-                } catch (const std::runtime_error&) {
-                    return false;
-                }
-            },
-            wait);
-        return window;
-    }
-
-    // Keys as a user types them: there is no window manager, so the window is given the
-    // focus and the pointer first.
-    void key(const std::string& window, const std::vector<std::string>& keys) const {
-        display_.xdotool({"windowfocus", "--sync", window});
-        std::vector<std::string> arguments{"key", "--delay", "80"};
-        arguments.insert(arguments.end(), keys.begin(), keys.end());
-        display_.xdotool(arguments);
-    }
-
     WindowGeometry geometry(const std::string& window) const {
-        const std::string shell = display_.xdotool({"getwindowgeometry", "--shell", window});
-        WindowGeometry geometry;
-        std::istringstream lines(shell);
+        std::map<std::string, int> values;
+        std::istringstream lines(display_.xdotool({"getwindowgeometry", "--shell", window}));
         for (std::string line; std::getline(lines, line);) {
-            const auto equals = line.find('=');
-            if (equals == std::string::npos) {
-                continue;
-            }
-            const std::string name = line.substr(0, equals);
-            const int value = std::atoi(line.c_str() + equals + 1);
-            if (name == "X") {
-                geometry.x = value;
-            } else if (name == "Y") {
-                geometry.y = value;
-            } else if (name == "WIDTH") {
-                geometry.width = value;
-            } else if (name == "HEIGHT") {
-                geometry.height = value;
+            if (const auto equals = line.find('='); equals != std::string::npos) {
+                values[line.substr(0, equals)] = std::atoi(line.c_str() + equals + 1);
             }
         }
-        return geometry;
+        return {values["X"], values["Y"], values["WIDTH"], values["HEIGHT"]};
     }
 
     // Area mode, then the area dragged out on the overlay and taken with Return.
     void chooseArea(const std::string& recorder) {
-        key(recorder, {"ctrl+3"});
-        const std::string overlay = findWindow("^Select Area", 20s);
+        display_.key(recorder, {"ctrl+3"});
+        const std::string overlay = display_.findWindow("^Select Area", 20s);
         ASSERT_FALSE(overlay.empty()) << "the area overlay never showed";
         display_.xdotool({"mousemove", std::to_string(kAreaLeft), std::to_string(kAreaTop)});
         display_.xdotool({"mousedown", "1"});
@@ -160,7 +101,7 @@ protected:
                               std::to_string(kAreaTop + kAreaHeight * step / 4)});
         }
         display_.xdotool({"mouseup", "1"});
-        key(overlay, {"Return"});
+        display_.key(overlay, {"Return"});
     }
 
     // Each window a search finds, with where it is: none when the search finds nothing.
@@ -271,15 +212,15 @@ TEST_F(RecorderEndToEndTest,
         ASSERT_EQ(installed.status, 0) << installed.err;
     }
     // A steady tone is what the microphone hears for the whole test.
-    sound_.play(tone(120, 440, 0.4f), "voice", 1);
+    sound_.play(tone(120), "voice", 1);
     launch({"--record"});
-    const std::string recorder = findWindow("^Orvelle$", 60s);
+    const std::string recorder = display_.findWindow("^Orvelle$", 60s);
     ASSERT_FALSE(recorder.empty()) << "the recorder never showed";
     chooseArea(recorder);
 
     // The recorder comes back with the area chosen; Ctrl+R starts the take.
-    ASSERT_FALSE(findWindow("^Orvelle$", 20s).empty());
-    key(recorder, {"ctrl+r"});
+    ASSERT_FALSE(display_.findWindow("^Orvelle$", 20s).empty());
+    display_.key(recorder, {"ctrl+r"});
     const auto take = waitForRecordingFolder(30s);
     ASSERT_TRUE(take) << "no take started";
 
@@ -294,14 +235,14 @@ TEST_F(RecorderEndToEndTest,
 
     // About 5 s of recording around a pause of a second and a half.
     std::this_thread::sleep_for(1000ms);
-    key(recorder, {"ctrl+p"});
+    display_.key(recorder, {"ctrl+p"});
     std::this_thread::sleep_for(1500ms);
-    key(recorder, {"ctrl+p"});
+    display_.key(recorder, {"ctrl+p"});
     std::this_thread::sleep_for(2500ms);
-    key(recorder, {"ctrl+r"});
+    display_.key(recorder, {"ctrl+r"});
 
     // Stop opens the editor on the take.
-    const std::string editor = findWindow("^Orvelle Recording .* — Orvelle$", 90s);
+    const std::string editor = display_.findWindow("^Orvelle Recording .* — Orvelle$", 90s);
     ASSERT_FALSE(editor.empty()) << "the editor never opened on the take";
     EXPECT_FALSE(fs::exists(*take / ".orvelle-recording-in-progress"));
     const auto screenURL = screenMovieIn(*take);
@@ -367,14 +308,14 @@ TEST_F(RecorderEndToEndTest,
     const double wordEnd = words[0]["editEnd"].get<double>();
     const double nextStart = words[1]["editStart"].get<double>();
     std::this_thread::sleep_for(1000ms);
-    key(editor, {"ctrl+t"});
-    key(editor, {"ctrl+Home", "ctrl+shift+Right", "Delete"});
+    display_.key(editor, {"ctrl+t"});
+    display_.key(editor, {"ctrl+Home", "ctrl+shift+Right", "Delete"});
 
     // The take exports from the editor: Ctrl+E, Return, a movie of the take less the word.
     std::this_thread::sleep_for(1000ms);
-    key(editor, {"ctrl+e"});
+    display_.key(editor, {"ctrl+e"});
     std::this_thread::sleep_for(300ms);
-    key(editor, {"Return"});
+    display_.key(editor, {"Return"});
     std::optional<MediaProbe> exported;
     const bool done = testing::waitUntil(
         [&] {
@@ -401,7 +342,7 @@ TEST_F(RecorderEndToEndTest,
 
     // Export and Upload (Ctrl+Shift+U): a second movie, and the same bytes on the server,
     // with the project's title and privacy.
-    key(editor, {"ctrl+shift+u"});
+    display_.key(editor, {"ctrl+shift+u"});
     Json uploaded;
     ASSERT_TRUE(testing::waitUntil(
         [&] {
@@ -425,15 +366,15 @@ TEST_F(RecorderEndToEndTest,
 }
 
 TEST_F(RecorderEndToEndTest, QuitKeepsTheTakeAndAKilledTakeIsRecoveredAtTheNextStart) {
-    sound_.play(tone(60, 440, 0.4f), "voice", 1);
+    sound_.play(tone(60), "voice", 1);
 
     // Quit (SIGTERM, as the desktop's logout sends) during a take stops and keeps it.
     launch({"--record"});
-    std::string recorder = findWindow("^Orvelle$", 60s);
+    std::string recorder = display_.findWindow("^Orvelle$", 60s);
     ASSERT_FALSE(recorder.empty());
     chooseArea(recorder);
-    ASSERT_FALSE(findWindow("^Orvelle$", 20s).empty());
-    key(recorder, {"ctrl+r"});
+    ASSERT_FALSE(display_.findWindow("^Orvelle$", 20s).empty());
+    display_.key(recorder, {"ctrl+r"});
     const auto quitTake = waitForRecordingFolder(30s);
     ASSERT_TRUE(quitTake);
     std::this_thread::sleep_for(2500ms);
@@ -444,9 +385,9 @@ TEST_F(RecorderEndToEndTest, QuitKeepsTheTakeAndAKilledTakeIsRecoveredAtTheNextS
 
     // Killed during a take: the next start offers the take, and Open in Editor opens it.
     launch({"--record"});
-    recorder = findWindow("^Orvelle$", 60s);
+    recorder = display_.findWindow("^Orvelle$", 60s);
     ASSERT_FALSE(recorder.empty());
-    key(recorder, {"ctrl+r"}); // the area is remembered from the first run
+    display_.key(recorder, {"ctrl+r"}); // the area is remembered from the first run
     std::optional<fs::path> killedTake;
     ASSERT_TRUE(testing::waitUntil(
         [&] {
@@ -476,10 +417,10 @@ TEST_F(RecorderEndToEndTest, QuitKeepsTheTakeAndAKilledTakeIsRecoveredAtTheNextS
     EXPECT_FALSE(screenMovieIn(*killedTake));
 
     launch({});
-    const std::string dialog = findWindow("^Orvelle$", 60s);
+    const std::string dialog = display_.findWindow("^Orvelle$", 60s);
     ASSERT_FALSE(dialog.empty()) << "no recovery offered";
-    key(dialog, {"Return"});
-    const std::string editor = findWindow("^Orvelle Recording .* — Orvelle$", 90s);
+    display_.key(dialog, {"Return"});
+    const std::string editor = display_.findWindow("^Orvelle Recording .* — Orvelle$", 90s);
     ASSERT_FALSE(editor.empty()) << "the recovered take never opened";
     EXPECT_FALSE(fs::exists(*killedTake / ".orvelle-recording-in-progress"));
     const auto recovered = screenMovieIn(*killedTake);
@@ -492,7 +433,7 @@ TEST_F(RecorderEndToEndTest, QuitKeepsTheTakeAndAKilledTakeIsRecoveredAtTheNextS
 }
 
 TEST_F(RecorderEndToEndTest, StartsAndStopsFromTheTrayAndWithKeysPressedInAnotherWindow) {
-    sound_.play(tone(90, 440, 0.4f), "voice", 1);
+    sound_.play(tone(90), "voice", 1);
     // The area of the last take is remembered, so both start at once.
     writeFileAtomically(folder_ / "config" / "Orvelle" / "settings.json",
                         R"({"OrvelleCameraEnabled": true, "OrvelleSelectedCameraID": "test-camera",
@@ -512,7 +453,7 @@ TEST_F(RecorderEndToEndTest, StartsAndStopsFromTheTrayAndWithKeysPressedInAnothe
         << "the panel never showed";
 
     launch({});
-    ASSERT_FALSE(findWindow("^Orvelle$", 60s).empty()) << "the start window never showed";
+    ASSERT_FALSE(display_.findWindow("^Orvelle$", 60s).empty()) << "the start window never showed";
     // The application's icon docks in the panel.
     std::optional<WindowGeometry> icon;
     ASSERT_TRUE(testing::waitUntil(
@@ -552,7 +493,7 @@ TEST_F(RecorderEndToEndTest, StartsAndStopsFromTheTrayAndWithKeysPressedInAnothe
     ASSERT_TRUE(trayTake) << "the tray started no take";
     std::this_thread::sleep_for(2500ms);
     fromTrayMenu("t"); // Stop Recording
-    const std::string editor = findWindow("^Orvelle Recording .* — Orvelle$", 90s);
+    const std::string editor = display_.findWindow("^Orvelle Recording .* — Orvelle$", 90s);
     ASSERT_FALSE(editor.empty()) << "the take stopped from the tray never opened";
     const auto trayManifest = screenMovieIn(*trayTake);
     ASSERT_TRUE(trayManifest) << "the take stopped from the tray has no manifest";
@@ -560,7 +501,7 @@ TEST_F(RecorderEndToEndTest, StartsAndStopsFromTheTrayAndWithKeysPressedInAnothe
     // With the editor in front, the keys for the whole desktop start a take, pause and
     // resume it, and stop it into a second editor.
     std::this_thread::sleep_for(1000ms);
-    key(editor, {"ctrl+alt+r"});
+    display_.key(editor, {"ctrl+alt+r"});
     std::optional<fs::path> keysTake;
     ASSERT_TRUE(testing::waitUntil(
         [&] {
@@ -570,11 +511,11 @@ TEST_F(RecorderEndToEndTest, StartsAndStopsFromTheTrayAndWithKeysPressedInAnothe
         30s))
         << "Ctrl+Alt+R started no take";
     std::this_thread::sleep_for(1500ms);
-    key(editor, {"ctrl+alt+p"});
+    display_.key(editor, {"ctrl+alt+p"});
     std::this_thread::sleep_for(2500ms);
-    key(editor, {"ctrl+alt+p"});
+    display_.key(editor, {"ctrl+alt+p"});
     std::this_thread::sleep_for(1500ms);
-    key(editor, {"ctrl+alt+r"});
+    display_.key(editor, {"ctrl+alt+r"});
     ASSERT_TRUE(testing::waitUntil(
         [&] {
             return visibleWindows({"--name", "^Orvelle Recording .* — Orvelle$"}).size() == 2;

@@ -3,7 +3,7 @@
 // install run through to the model's state, and its keys for the whole desktop taken on a
 // private X server.
 
-#include "app/event_wait.h"
+#include "app/app_test_support.h"
 #include "app/recorder_session.h"
 #include "app/recording_overlays.h"
 #include "app/recording_shortcuts.h"

@@ -36,10 +36,8 @@ TEST(TranscriptWordsCommand, BuildsWordsFromATokenList) {
     EXPECT_EQ(json["words"][1]["startTokenIndex"], 3);
 
     testing::writeTextFile(folder / "bad.json", R"([{"text": "a"}])");
-    const auto bad = runProgram(testing::orvelleBinary(),
-                                {"transcript", "words", (folder / "bad.json").string()});
-    EXPECT_EQ(bad.status, 1);
-    EXPECT_NE(bad.err.find("[0].startTime: required key is missing"), std::string::npos) << bad.err;
+    EXPECT_TRUE(testing::orvelleRefuses({"transcript", "words", (folder / "bad.json").string()}, 1,
+                                        "[0].startTime: required key is missing"));
 }
 
 TEST(AlignNormalizeCommand, NormalisesAndTokenisesWithAVocabulary) {
@@ -55,11 +53,9 @@ TEST(AlignNormalizeCommand, NormalisesAndTokenisesWithAVocabulary) {
                                   (bundle("ctc-bpe-padded") / "model_manifest.json").string()});
     EXPECT_EQ(bpe["targetTokens"], Json({"\u2581the", "\u2581t", "an"}));
 
-    const auto missing =
-        runProgram(testing::orvelleBinary(), {"align", "normalize", "x", "--bundle", "/nowhere"});
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_NE(missing.err.find("Precise word timing model bundle was not found at /nowhere"),
-              std::string::npos);
+    EXPECT_TRUE(
+        testing::orvelleRefuses({"align", "normalize", "x", "--bundle", "/nowhere"}, 1,
+                                "Precise word timing model bundle was not found at /nowhere"));
 }
 
 // Stretches of 20 ms frames louder than a whisper, from the audio itself.
@@ -158,22 +154,15 @@ TEST(AlignCommand, CorrectsTheWordTimesOfASpokenNarration) {
 
 TEST(AlignCommand, SaysWhatIsMissing) {
     TemporaryDirectory folder;
-    const auto noTranscript =
-        runProgram(testing::orvelleBinary(), {"align", (folder / "a.wav").string()});
-    EXPECT_EQ(noTranscript.status, 2);
-    EXPECT_NE(noTranscript.err.find("--transcript"), std::string::npos);
+    EXPECT_TRUE(testing::orvelleRefuses({"align", (folder / "a.wav").string()}, 2, "--transcript"));
 
     testing::writeTextFile(
         folder / "t.transcript.json",
         R"({"text": "hi there", "source": {"createdAt": "2026-01-01T00:00:00Z"}})");
-    const auto noAudio =
-        runProgram(testing::orvelleBinary(), {"align", (folder / "a.wav").string(), "--transcript",
-                                              (folder / "t.transcript.json").string(), "--bundle",
-                                              bundle("ctc-char").string()});
-    EXPECT_EQ(noAudio.status, 1);
-    EXPECT_NE(noAudio.err.find("The audio for precise word timing was not found at"),
-              std::string::npos)
-        << noAudio.err;
+    EXPECT_TRUE(testing::orvelleRefuses({"align", (folder / "a.wav").string(), "--transcript",
+                                         (folder / "t.transcript.json").string(), "--bundle",
+                                         bundle("ctc-char").string()},
+                                        1, "The audio for precise word timing was not found at"));
 }
 
 TEST(TranscribeCommand, WritesTheSidecarsOfATake) {
@@ -203,11 +192,9 @@ TEST(TranscribeCommand, WritesTheSidecarsOfATake) {
               json["analysis"]["text"].get<std::string>() + "\n");
 
     // Without an installed model the take cannot be transcribed, and the user is told.
-    const auto missing = runProgram(testing::orvelleBinary(), {"transcribe", movie.string()},
-                                    {{"XDG_DATA_HOME", (folder / "data").string()}});
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_NE(missing.err.find("The transcription model is not installed."), std::string::npos)
-        << missing.err;
+    EXPECT_TRUE(testing::orvelleRefuses({"transcribe", movie.string()}, 1,
+                                        "The transcription model is not installed.",
+                                        {{"XDG_DATA_HOME", (folder / "data").string()}}));
 }
 
 } // namespace

@@ -45,13 +45,8 @@ float largestStep(const std::vector<float>& stereo, int64_t from, int64_t to) {
     return step;
 }
 
-double rms(const std::vector<float>& stereo, int64_t from, int64_t to) {
-    double sum = 0;
-    for (int64_t i = from; i < to; ++i) {
-        sum += static_cast<double>(stereo[static_cast<size_t>(2 * i)]) *
-               stereo[static_cast<size_t>(2 * i)];
-    }
-    return std::sqrt(sum / static_cast<double>(to - from));
+double rms(const std::vector<float>& stereo, double from, double to) {
+    return testing::rootMeanSquare(stereo, 2, rate, from, to);
 }
 
 int64_t frame(double seconds) {
@@ -124,12 +119,12 @@ TEST(AudioMixCommand, AnEditedSampleTakeHasNoClicksAndDucksTheMusicUnderTheNarra
         musicPart[i] = mixed[i] - voice[i];
     }
     const auto file = decodeAudioFile(music, {rate, 2});
-    const double fileLevel = rms(file, 0, static_cast<int64_t>(file.size() / 2));
+    const double fileLevel = testing::rootMeanSquare(file);
     // Under the narration at a quarter of the project's level (0.5), after it at the level.
     for (double t = 0.5; t < 7.0; t += 0.5) {
-        EXPECT_NEAR(rms(musicPart, frame(t), frame(t + 0.5)) / fileLevel, 0.125, 0.01) << t;
+        EXPECT_NEAR(rms(musicPart, t, t + 0.5) / fileLevel, 0.125, 0.01) << t;
     }
-    EXPECT_NEAR(rms(musicPart, frame(8.7), frame(9.7)) / fileLevel, 0.5, 0.03);
+    EXPECT_NEAR(rms(musicPart, 8.7, 9.7) / fileLevel, 0.5, 0.03);
     // Where the file starts over, the music fades through silence instead of jumping.
     for (double wrap = musicSeconds; wrap < 10; wrap += musicSeconds) {
         const int64_t at = frame(wrap);

@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <string_view>
 #include <thread>
 
 namespace orvelle::testing {
@@ -25,6 +26,19 @@ inline Json orvelleJson(const std::vector<std::string>& arguments,
         ADD_FAILURE() << "not JSON: " << result.out << "\n" << result.err;
         return nullptr;
     }
+}
+
+// Runs orvelle expecting a refusal: the exit status, and the message on its error output.
+inline ::testing::AssertionResult
+orvelleRefuses(const std::vector<std::string>& arguments, int status, std::string_view message,
+               const std::map<std::string, std::string>& environment = {}) {
+    const ProgramResult result = runProgram(orvelleBinary(), arguments, environment);
+    if (result.status == status && result.err.find(message) != std::string::npos) {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure()
+           << "orvelle " << arguments.front() << " exited " << result.status << ", not " << status
+           << ", saying: " << result.err << "(not \"" << message << "\")";
 }
 
 // The hidden files that commands write beside their outputs until they are finished.

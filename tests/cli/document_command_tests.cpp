@@ -89,9 +89,7 @@ TEST_F(DocumentCommand, TextOutputNamesTheTitleAndSegmentsAndUsageSaysWhatIsMiss
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_NE(result.out.find("Demo Take (not saved)"), std::string::npos) << result.out;
     EXPECT_NE(result.out.find("microphone-segment1"), std::string::npos) << result.out;
-    const auto usage = testing::runProgram(testing::orvelleBinary(), {"document", "--json"});
-    EXPECT_EQ(usage.status, 2);
-    EXPECT_NE(usage.err.find("Missing the file to open"), std::string::npos) << usage.err;
+    EXPECT_TRUE(testing::orvelleRefuses({"document", "--json"}, 2, "Missing the file to open"));
 }
 
 } // namespace

@@ -80,11 +80,7 @@ TEST_F(ExportCommand, ABareMovieKeepsItsOwnSound) {
     const auto sound = decodeAudioFile(output, {48000, 2});
     ASSERT_GT(sound.size(), 48000u);
     EXPECT_NEAR(testing::estimateFrequency(sound, 48000, 2), 440, 5);
-    double energy = 0;
-    for (const float sample : sound) {
-        energy += static_cast<double>(sample) * sample;
-    }
-    EXPECT_GT(std::sqrt(energy / static_cast<double>(sound.size())), 0.05);
+    EXPECT_GT(testing::rootMeanSquare(sound), 0.05);
 }
 
 TEST_F(ExportCommand, AFrameOfTheMovieIsTheStillOfThatInstant) {
@@ -148,12 +144,11 @@ TEST_F(ExportCommand, DryRunPrintsTheSettingsAndWritesNothing) {
 TEST_F(ExportCommand, RefusesToWriteOverTheTakesOwnFilesBeforeAnyWork) {
     const auto take = testing::writeTinyTake(folder / "take", {.seconds = 1});
     const std::string before = readFile(take.screenURL);
-    const auto result = run({take.manifestURL.string(), "-o", take.screenURL.string()});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.err.find("The export destination matches source media (Tiny Take.mp4). "
-                              "Choose a different output file."),
-              std::string::npos)
-        << result.err;
+    EXPECT_TRUE(testing::orvelleRefuses(
+        {"export", take.manifestURL.string(), "-o", take.screenURL.string()}, 1,
+        "The export destination matches source media (Tiny "
+        "Take.mp4). Choose a different output file.",
+        environment));
     EXPECT_EQ(readFile(take.screenURL), before);
 }
 
@@ -170,9 +165,9 @@ TEST_F(ExportCommand, ExplainsABadCommandLine) {
         EXPECT_EQ(result.status, 2) << arguments.back();
         EXPECT_FALSE(result.err.empty());
     }
-    const auto missing =
-        run({(folder / "nothing.take.json").string(), "-o", (folder / "m.mp4").string()});
-    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(
+        run({(folder / "nothing.take.json").string(), "-o", (folder / "m.mp4").string()}).status,
+        1);
 }
 
 // The movie is written beside the destination and replaces it only when finished: Ctrl-C

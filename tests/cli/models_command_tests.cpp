@@ -37,6 +37,10 @@ protected:
     testing::ProgramResult attempt(const std::vector<std::string>& arguments) const {
         return runProgram(testing::orvelleBinary(), arguments, environment());
     }
+    ::testing::AssertionResult refuses(const std::vector<std::string>& arguments,
+                                       std::string_view message) const {
+        return testing::orvelleRefuses(arguments, 1, message, environment());
+    }
     fs::path modelFolder(const std::string& name) const {
         return folder / "data/Orvelle/Models" / name;
     }
@@ -76,9 +80,7 @@ TEST_F(ModelsCommand, InstallsVerifiesAndRemovesEachKindOfModel) {
 
     // A changed file no longer verifies.
     testing::writeTextFile(modelFolder("qwen-youtube-metadata") / "tiny.gguf", "GGUF changed");
-    const auto broken = attempt({"models", "verify", "language"});
-    EXPECT_EQ(broken.status, 1);
-    EXPECT_NE(broken.err.find("does not match its checksum"), std::string::npos) << broken.err;
+    EXPECT_TRUE(refuses({"models", "verify", "language"}, "does not match its checksum"));
 
     EXPECT_TRUE(run({"models", "remove", "language", "--json"})["removed"].get<bool>());
     EXPECT_FALSE(fs::exists(modelFolder("qwen-youtube-metadata")));
@@ -94,13 +96,9 @@ TEST_F(ModelsCommand, DownloadsResumeAndChecksumsAreCheckedBeforeAnythingMoves) 
     // A first install that later fails its checksum leaves the installed model alone.
     run({"models", "install", "language", "--from", url, "--json"});
     const auto installedBytes = readFile(modelFolder("qwen-youtube-metadata") / "tiny.gguf");
-    const auto mismatch =
-        attempt({"models", "install", "language", "--from", url, "--sha256", std::string(64, '0')});
-    EXPECT_EQ(mismatch.status, 1);
-    EXPECT_NE(
-        mismatch.err.find("not the expected " + std::string(64, '0') + ". Nothing was installed."),
-        std::string::npos)
-        << mismatch.err;
+    EXPECT_TRUE(
+        refuses({"models", "install", "language", "--from", url, "--sha256", std::string(64, '0')},
+                "not the expected " + std::string(64, '0') + ". Nothing was installed."));
     EXPECT_EQ(readFile(modelFolder("qwen-youtube-metadata") / "tiny.gguf"), installedBytes);
     for (const auto& entry : fs::directory_iterator(folder / "data/Orvelle/Models")) {
         EXPECT_FALSE(entry.path().filename().string().find(".install-") != std::string::npos)
@@ -129,29 +127,22 @@ TEST_F(ModelsCommand, RefusesWhatIsNotTheModelOrEscapesItsFolder) {
     testing::writeTextFile(bundle / "orvelle-model.json",
                            R"({"files": [{"path": "../outside.bin", "size": 6, "sha256": ")" +
                                sha256HexOfFile(folder / "outside.bin") + R"("}]})");
-    const auto escaping = attempt({"models", "install", "speech", "--from", bundle.string()});
-    EXPECT_EQ(escaping.status, 1);
-    EXPECT_NE(escaping.err.find("names a file outside its folder: '../outside.bin'"),
-              std::string::npos)
-        << escaping.err;
+    EXPECT_TRUE(refuses({"models", "install", "speech", "--from", bundle.string()},
+                        "names a file outside its folder: '../outside.bin'"));
 
     // A manifest whose checksum does not hold.
     testing::writeTextFile(bundle / "orvelle-model.json",
                            R"({"files": [{"path": "tokenizer.json", "size": 1, "sha256": ")" +
                                std::string(64, 'a') + R"("}]})");
-    const auto mismatch = attempt({"models", "install", "speech", "--from", bundle.string()});
-    EXPECT_EQ(mismatch.status, 1);
-    EXPECT_NE(mismatch.err.find("tokenizer.json does not match its checksum"), std::string::npos);
+    EXPECT_TRUE(refuses({"models", "install", "speech", "--from", bundle.string()},
+                        "tokenizer.json does not match its checksum"));
 
     // The wrong kind of thing, and nothing at all.
-    const auto wrong =
-        attempt({"models", "install", "speech", "--from", (folder / "served/tiny.gguf").string()});
-    EXPECT_EQ(wrong.status, 1);
-    const auto notAModel =
-        attempt({"models", "install", "alignment", "--from",
-                 (testing::binaryDirectory() / "test-models/parakeet-split").string()});
-    EXPECT_EQ(notAModel.status, 1);
-    EXPECT_NE(notAModel.err.find("Nothing was installed."), std::string::npos) << notAModel.err;
+    EXPECT_TRUE(refuses(
+        {"models", "install", "speech", "--from", (folder / "served/tiny.gguf").string()}, ""));
+    EXPECT_TRUE(refuses({"models", "install", "alignment", "--from",
+                         (testing::binaryDirectory() / "test-models/parakeet-split").string()},
+                        "Nothing was installed."));
     const auto unknown = attempt({"models", "install", "vision", "--from", bundle.string()});
     EXPECT_NE(unknown.err.find("The models are speech, alignment, language."), std::string::npos);
 

@@ -31,30 +31,31 @@ class OnlineCommandTest : public ::testing::Test {
 protected:
     OnlineCommandTest() : server_(folder_ / "served") {
         fs::create_directories(folder_ / "served");
-        fs::create_directories(folder_ / "data/Orvelle");
-        server_.writeClientFile(folder_ / "data/Orvelle/google-oauth-client.json");
-        environment_ = {
-            {"XDG_DATA_HOME", (folder_ / "data").string()},
-            {"XDG_CONFIG_HOME", (folder_ / "config").string()},
-            {"XDG_CACHE_HOME", (folder_ / "cache").string()},
-            {"HOME", folder_.path().string()},
-            // No desktop and no session bus: xdg-open goes to $BROWSER, and secrets to
-            // private files.
-            {"DISPLAY", ""},
-            {"WAYLAND_DISPLAY", ""},
-            {"XDG_CURRENT_DESKTOP", ""},
-            {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (folder_ / "no-bus").string()},
-            {"BROWSER", "curl -sS -L -o /dev/null"},
-            {"ORVELLE_YOUTUBE_UPLOAD_URL", server_.url("")},
-            {"ORVELLE_MUSIC_LIBRARY_URL", server_.url("/v1/")},
-            {"ORVELLE_LOG", "debug"},
-        };
+        // No display either: xdg-open goes to $BROWSER.
+        environment_ = server_.programEnvironment(folder_ / "data");
+        environment_.merge(
+            std::map<std::string, std::string>{{"XDG_DATA_HOME", (folder_ / "data").string()},
+                                               {"XDG_CONFIG_HOME", (folder_ / "config").string()},
+                                               {"XDG_CACHE_HOME", (folder_ / "cache").string()},
+                                               {"HOME", folder_.path().string()},
+                                               {"DISPLAY", ""},
+                                               {"WAYLAND_DISPLAY", ""},
+                                               {"ORVELLE_LOG", "debug"}});
     }
 
     ProgramResult run(const std::vector<std::string>& arguments) {
         ProgramResult result = runProgram(orvelleBinary(), arguments, environment_);
         transcript_ += result.out + result.err;
         return result;
+    }
+
+    ::testing::AssertionResult refuses(const std::vector<std::string>& arguments,
+                                       std::string_view message) {
+        const ProgramResult result = run(arguments);
+        if (result.status == 1 && result.err.find(message) != std::string::npos) {
+            return ::testing::AssertionSuccess();
+        }
+        return ::testing::AssertionFailure() << result.status << ": " << result.err;
     }
 
     Json runJson(const std::vector<std::string>& arguments) {
@@ -161,31 +162,22 @@ TEST_F(OnlineCommandTest, SignInUploadThroughCutConnectionsAndSignOut) {
     EXPECT_TRUE(fs::is_empty(secrets));
 
     // Without an account an upload says what to do.
-    const ProgramResult refused = run({"upload", file.string()});
-    EXPECT_EQ(refused.status, 1);
-    EXPECT_NE(refused.err.find("Connect a Google account before uploading to YouTube."),
-              std::string::npos);
+    EXPECT_TRUE(refuses({"upload", file.string()},
+                        "Connect a Google account before uploading to YouTube."));
     expectNoSecretPrinted();
 }
 
 TEST_F(OnlineCommandTest, ARefusedConsentAndAMissingClientFileAreClearErrors) {
     server_.addFaults(Json::array({{{"type", "denyConsent"}}}));
-    ProgramResult denied = run({"account", "sign-in", "--timeout", "30"});
-    EXPECT_EQ(denied.status, 1);
-    EXPECT_NE(denied.err.find("Google request failed with HTTP 400: access_denied"),
-              std::string::npos)
-        << denied.err;
+    EXPECT_TRUE(refuses({"account", "sign-in", "--timeout", "30"},
+                        "Google request failed with HTTP 400: access_denied"));
     fs::remove(folder_ / "data/Orvelle/google-oauth-client.json");
-    ProgramResult missing = run({"account", "sign-in"});
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_NE(missing.err.find("Missing Google OAuth client config."), std::string::npos);
+    EXPECT_TRUE(refuses({"account", "sign-in"}, "Missing Google OAuth client config."));
 }
 
 TEST_F(OnlineCommandTest, ExportAndUploadShowOneProgressBar) {
     ASSERT_EQ(run({"account", "sign-in", "--timeout", "30"}).status, 0);
-    testing::TinyTakeOptions options;
-    options.seconds = 2;
-    const auto take = testing::writeTinyTake(folder_ / "take", options);
+    const auto take = testing::writeTinyTake(folder_ / "take", {.seconds = 2});
     const fs::path output = folder_ / "edit.mp4";
     const ProgramResult result =
         run({"export", take.screenURL.string(), "-o", output.string(), "--size", "320x180",
@@ -226,9 +218,7 @@ TEST_F(OnlineCommandTest, MusicSearchAndDownloadFillTheCache) {
                                        {"duration", 61000},
                                        {"url", "/files/beat.mp3"},
                                        {"tags", {"dark", "pulse"}}}}));
-    const ProgramResult unregistered = run({"music", "search", "pulse"});
-    EXPECT_EQ(unregistered.status, 1);
-    EXPECT_NE(unregistered.err.find("orvelle music register EMAIL"), std::string::npos);
+    EXPECT_TRUE(refuses({"music", "search", "pulse"}, "orvelle music register EMAIL"));
 
     EXPECT_EQ(runJson({"music", "register", "ada@example.com", "--json"})["registered"], true);
     const Json found = runJson({"music", "search", "--vibe", "darkSynth", "--json"});

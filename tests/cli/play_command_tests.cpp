@@ -18,11 +18,8 @@ using testing::TemporaryDirectory;
 class PlayCommand : public ::testing::Test {
 protected:
     void SetUp() override {
-        testing::TinyTakeOptions options;
-        options.seconds = 4;
-        options.camera = std::pair{0.5, 3.5};
-        options.clicks = {1.0, 2.0};
-        take_ = testing::writeTinyTake(folder_ / "take", options);
+        take_ = testing::writeTinyTake(
+            folder_ / "take", {.seconds = 4, .clicks = {1.0, 2.0}, .camera = std::pair{0.5, 3.5}});
     }
 
     TemporaryDirectory folder_;
@@ -106,17 +103,13 @@ TEST_F(PlayCommand, PlaysSilentlyWithoutAServerAndRefusesWhatItCannotDo) {
     EXPECT_NE(silent["soundProblem"].get<std::string>().find("No sound server"), std::string::npos);
     EXPECT_GT(silent["shownFrames"].get<int>(), 5);
 
-    const auto run = [&](std::vector<std::string> arguments) {
+    const auto refuses = [&](std::vector<std::string> arguments, std::string_view message) {
         arguments.insert(arguments.begin(), {"play", take_.manifestURL.string(), "--no-sound"});
-        return testing::runProgram(testing::orvelleBinary(), arguments);
+        return testing::orvelleRefuses(arguments, 2, message);
     };
-    const auto unpaired = run({"--ops", (folder_ / "x.json").string()});
-    EXPECT_EQ(unpaired.status, 2);
-    EXPECT_NE(unpaired.err.find("--at"), std::string::npos);
-    EXPECT_EQ(run({"--rate", "20"}).status, 2);
-    const auto outside = run({"--from", "9"});
-    EXPECT_EQ(outside.status, 2);
-    EXPECT_NE(outside.err.find("runs from 0 to 4.000 s"), std::string::npos);
+    EXPECT_TRUE(refuses({"--ops", (folder_ / "x.json").string()}, "--at"));
+    EXPECT_TRUE(refuses({"--rate", "20"}, ""));
+    EXPECT_TRUE(refuses({"--from", "9"}, "runs from 0 to 4.000 s"));
 }
 
 } // namespace

@@ -115,22 +115,16 @@ TEST(ProjectNormalizeErrors, ExitWithStatusOneNamingTheKeyAndWriteNothing) {
         {Json::array(), "expected an object"}};
     for (const auto& [json, message] : table) {
         testing::writeTextFile(input, json.dump());
-        const auto result =
-            runProgram(testing::orvelleBinary(), {"project", "normalize", input, "-o", output});
-        EXPECT_EQ(result.status, 1);
-        EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
+        EXPECT_TRUE(
+            testing::orvelleRefuses({"project", "normalize", input, "-o", output}, 1, message));
     }
     EXPECT_EQ(readFile(output), "untouched"); // nothing half-written replaces a file
 
-    auto result = runProgram(testing::orvelleBinary(),
-                             {"project", "normalize", (folder / "missing.json").string()});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.err.find("missing.json"), std::string::npos) << result.err;
+    EXPECT_TRUE(testing::orvelleRefuses(
+        {"project", "normalize", (folder / "missing.json").string()}, 1, "missing.json"));
     testing::writeTextFile(folder / "text.json", "this is not json");
-    result = runProgram(testing::orvelleBinary(),
-                        {"project", "normalize", (folder / "text.json").string()});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.err.find("not valid JSON"), std::string::npos) << result.err;
+    EXPECT_TRUE(testing::orvelleRefuses({"project", "normalize", (folder / "text.json").string()},
+                                        1, "not valid JSON"));
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "core/files.h"
 #include "project/orvelle_project_package.h"
 #include "speech/transcript/transcript_analysis.h"
+#include "support/child_process.h"
 #include "support/process_groups.h"
 #include "support/temporary_directory.h"
 #include "support/tiny_take.h"
@@ -25,12 +26,9 @@ using testing::TemporaryDirectory;
 class PublishDraftCommand : public ::testing::Test {
 protected:
     void SetUp() override {
-        testing::TinyTakeOptions options;
-        options.seconds = 40;
-        options.frameRate = 5;
-        options.withMicrophone = false;
-        options.withPointer = false;
-        take = testing::writeTinyTake(folder.path(), options);
+        take = testing::writeTinyTake(
+            folder.path(),
+            {.frameRate = 5, .seconds = 40, .withMicrophone = false, .withPointer = false});
         TranscriptAnalysis analysis;
         for (int i = 0; i < 70; ++i) {
             const double time = 0.5 + i * 0.55;
@@ -76,18 +74,13 @@ TEST_F(PublishDraftCommand, DraftsWithTheRealHelperAndShowsWhatItWouldRun) {
 }
 
 TEST_F(PublishDraftCommand, SaysWhatIsMissing) {
-    const auto noModel =
-        runProgram(testing::orvelleBinary(), {"publish", "draft", take.manifestURL.string(),
-                                              "--model", (folder / "none.gguf").string()});
-    EXPECT_EQ(noModel.status, 1);
-    EXPECT_NE(noModel.err.find("The YouTube metadata model is not installed."), std::string::npos);
-
+    EXPECT_TRUE(testing::orvelleRefuses(
+        {"publish", "draft", take.manifestURL.string(), "--model", (folder / "none.gguf").string()},
+        1, "The YouTube metadata model is not installed."));
     std::filesystem::remove(OrvelleProjectPackage::transcriptJSONURL(take.screenURL));
-    const auto noTranscript = runProgram(testing::orvelleBinary(), command({}));
-    EXPECT_EQ(noTranscript.status, 1);
-    EXPECT_NE(noTranscript.err.find("Could not create a transcript for this recording. Run "
-                                    "'orvelle transcript process"),
-              std::string::npos);
+    EXPECT_TRUE(testing::orvelleRefuses(command({}), 1,
+                                        "Could not create a transcript for this recording. Run "
+                                        "'orvelle transcript process"));
 }
 
 TEST_F(PublishDraftCommand, StoppingTheCommandStopsItsHelper) {
@@ -99,10 +92,7 @@ TEST_F(PublishDraftCommand, StoppingTheCommandStopsItsHelper) {
     const auto result = runProgram(
         testing::orvelleBinary(), command({"--helper", (folder / "hanging-helper").string()}), {},
         [&](int processID) {
-            const auto end = std::chrono::steady_clock::now() + 60s;
-            while (!std::filesystem::exists(pidFile) && std::chrono::steady_clock::now() < end) {
-                std::this_thread::sleep_for(20ms);
-            }
+            testing::waitUntil([&] { return std::filesystem::exists(pidFile); }, 60s);
             std::this_thread::sleep_for(100ms);
             helperGroup = std::stoi(readFile(pidFile));
             ::kill(processID, SIGTERM);
@@ -110,12 +100,8 @@ TEST_F(PublishDraftCommand, StoppingTheCommandStopsItsHelper) {
     EXPECT_EQ(result.status, 130) << result.err;
     ASSERT_NE(helperGroup, 0);
     // SIGKILL has been sent to the whole group; the kernel ends its members shortly.
-    const auto end = std::chrono::steady_clock::now() + 2s;
-    while (!testing::livingProcessesInGroup(helperGroup).empty() &&
-           std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(10ms);
-    }
-    EXPECT_TRUE(testing::livingProcessesInGroup(helperGroup).empty());
+    EXPECT_TRUE(testing::waitUntil(
+        [&] { return testing::livingProcessesInGroup(helperGroup).empty(); }, 2s));
 }
 
 } // namespace

@@ -70,22 +70,15 @@ TEST(SpeechCommands, FailuresSayWhatToDo) {
                                " is incomplete. It lacks: encoder.onnx; decoder.onnx; joint.onnx "
                                "or joiner.onnx; tokenizer.json or tokens.txt. Install the model "
                                "again or copy the missing files there.\n");
-    const auto units =
-        testing::runProgram(testing::orvelleBinary(),
-                            {"transcribe", audio.string(), "--model",
-                             modelFolder("parakeet-split").string(), "--compute-units", "tpu"});
-    EXPECT_EQ(units.status, 2);
-    EXPECT_NE(units.err.find("--compute-units is one of cpu, gpu, ane or all"), std::string::npos);
-    const auto noModel =
-        testing::runProgram(testing::orvelleBinary(), {"transcribe", audio.string()});
-    EXPECT_EQ(noModel.status, 2);
+    EXPECT_TRUE(
+        testing::orvelleRefuses({"transcribe", audio.string(), "--model",
+                                 modelFolder("parakeet-split").string(), "--compute-units", "tpu"},
+                                2, "--compute-units is one of cpu, gpu, ane or all"));
+    EXPECT_TRUE(testing::orvelleRefuses({"transcribe", audio.string()}, 2, ""));
     const auto empty = folder / "empty.txt";
     testing::writeTextFile(empty, "");
-    const auto unreadable =
-        testing::runProgram(testing::orvelleBinary(), {"speech", "mel", empty.string()});
-    EXPECT_EQ(unreadable.status, 1);
-    EXPECT_NE(unreadable.err.find("Failed to load audio at " + empty.string()), std::string::npos)
-        << unreadable.err;
+    EXPECT_TRUE(testing::orvelleRefuses({"speech", "mel", empty.string()}, 1,
+                                        "Failed to load audio at " + empty.string()));
 
     const Json runtime = orvelleJson({"speech", "runtime", "--json"});
     EXPECT_FALSE(runtime["version"].get<std::string>().empty());

@@ -71,6 +71,9 @@ TEST(TimelineMap, AnswersEveryQuestionInItsPlace) {
     for (const auto& [key, count] : seen) {
         EXPECT_EQ(json[key].size(), count) << key;
     }
+    // A malformed time is a usage error.
+    EXPECT_TRUE(
+        testing::orvelleRefuses({"timeline", "map", path.string(), "--edit", "soon"}, 2, "--edit"));
 }
 
 TEST(TimelineMapOfATake, SeedsATimelineNeverBuiltOverTheWholeTake) {
@@ -87,13 +90,6 @@ TEST(TimelineMapOfATake, SeedsATimelineNeverBuiltOverTheWholeTake) {
                                   {{"XDG_DATA_HOME", (folder / "data").string()}});
     EXPECT_EQ(json["duration"], 1.0);
     EXPECT_EQ(json["sourceTimeForEditTime"][0][1], 0.25);
-}
-
-TEST(TimelineMapUsage, AMalformedTimeIsAUsageError) {
-    const auto result = testing::runProgram(testing::orvelleBinary(),
-                                            {"timeline", "map", "x.json", "--edit", "soon"});
-    EXPECT_EQ(result.status, 2);
-    EXPECT_NE(result.err.find("--edit"), std::string::npos) << result.err;
 }
 
 } // namespace

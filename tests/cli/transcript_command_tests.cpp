@@ -9,6 +9,7 @@
 #include "platform/media/video_decoder.h"
 #include "support/spoken_take.h"
 #include "support/temporary_directory.h"
+#include "support/test_media.h"
 
 #include <gtest/gtest.h>
 
@@ -62,14 +63,7 @@ protected:
     }
 
     static double rms(const std::vector<float>& samples, int channels, double from, double to) {
-        double sum = 0;
-        size_t count = 0;
-        for (auto i = static_cast<size_t>(from * kRate); i < static_cast<size_t>(to * kRate); ++i) {
-            const float v = samples[i * static_cast<size_t>(channels)];
-            sum += static_cast<double>(v) * v;
-            ++count;
-        }
-        return std::sqrt(sum / static_cast<double>(count));
+        return testing::rootMeanSquare(samples, channels, kRate, from, to);
     }
 
     inline static testing::TemporaryDirectory* folder_ = nullptr;
@@ -145,24 +139,15 @@ TEST_F(TranscriptCommand, DeletedWordsGoInSilenceFromSoundAndMovieAndTheirMarker
 }
 
 TEST_F(TranscriptCommand, WordsThatCannotBeCutAreRefusedInTheCommandsWords) {
-    const auto outOfRange = testing::runProgram(
-        testing::orvelleBinary(), {"transcript", "delete", take(), "--words", "15-40"});
-    EXPECT_EQ(outOfRange.status, 2);
-    EXPECT_NE(outOfRange.err.find("The transcript has 17 words"), std::string::npos)
-        << outOfRange.err;
-    const auto noMarker = testing::runProgram(testing::orvelleBinary(),
-                                              {"transcript", "restore", take(), "--marker", "0"});
-    EXPECT_EQ(noMarker.status, 2);
-    EXPECT_NE(noMarker.err.find("there is no marker 0"), std::string::npos) << noMarker.err;
+    EXPECT_TRUE(testing::orvelleRefuses({"transcript", "delete", take(), "--words", "15-40"}, 2,
+                                        "The transcript has 17 words"));
+    EXPECT_TRUE(testing::orvelleRefuses({"transcript", "restore", take(), "--marker", "0"}, 2,
+                                        "there is no marker 0"));
     testing::TemporaryDirectory bare;
     const auto plain = testing::writeTinyTake(bare.path());
-    const auto none =
-        testing::runProgram(testing::orvelleBinary(), {"captions", plain.manifestURL.string(), "-o",
-                                                       (bare / "c.srt").string()});
-    EXPECT_EQ(none.status, 1);
-    EXPECT_NE(none.err.find("has no transcript yet. Run 'orvelle transcript process"),
-              std::string::npos)
-        << none.err;
+    EXPECT_TRUE(testing::orvelleRefuses(
+        {"captions", plain.manifestURL.string(), "-o", (bare / "c.srt").string()}, 1,
+        "has no transcript yet. Run 'orvelle transcript process"));
 }
 
 // Cues as FFmpeg's subtitle demuxer reads them, written back out by FFmpeg as SRT.

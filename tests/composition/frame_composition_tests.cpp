@@ -1,4 +1,5 @@
 #include "composition/frame_composition.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -68,11 +69,9 @@ TEST(FrameCompositionJson, RoundTripsUnderTheRecordsNames) {
     EXPECT_EQ(decodeJson<FrameComposition>(absent), frame);
 
     absent["preview"]["screen"].erase("strokeWidth");
-    try {
-        decodeJson<FrameComposition>(absent);
-        FAIL();
-    } catch (const JsonDecodeError& error) {
-        EXPECT_EQ(error.path(), "preview.screen.strokeWidth");
+    if (const auto error =
+            testing::thrown<JsonDecodeError>([&] { decodeJson<FrameComposition>(absent); })) {
+        EXPECT_EQ(error->path(), "preview.screen.strokeWidth");
     }
 }
 

@@ -4,6 +4,7 @@
 #include "composition/frame_composition_resolver.h"
 #include "composition/motion_blur_math.h"
 #include "composition/preview_composition_resolver.h"
+#include "support/timeline_builders.h"
 
 #include <gtest/gtest.h>
 
@@ -14,16 +15,9 @@
 namespace orvelle {
 namespace {
 
-constexpr double kEps = 1e-9;
+using testing::zoomClip;
 
-AnimationClip zoomClip(double start, double end, double scale) {
-    AnimationClip clip;
-    clip.id = Uuid::random();
-    clip.start = EditTime(start);
-    clip.end = EditTime(end);
-    clip.zoomScale = scale;
-    return clip;
-}
+constexpr double kEps = 1e-9;
 
 CameraLayoutClip layout(double start, double end, CameraLayoutMode mode, bool animates) {
     CameraLayoutClip clip;
@@ -375,13 +369,10 @@ TEST_F(PreviewResolve, MaskFollowsTheCardOntoTheStage) {
 }
 
 TimelineClip fadingClip(double start, double end, double fadeIn, double fadeOut) {
-    TimelineClip clip;
-    clip.id = Uuid::random();
-    clip.start = SourceTime(start);
-    clip.end = SourceTime(end);
-    clip.fadeInDuration = fadeIn;
-    clip.fadeOutDuration = fadeOut;
-    return clip;
+    TimelineClip made = testing::clip(start, end);
+    made.fadeInDuration = fadeIn;
+    made.fadeOutDuration = fadeOut;
+    return made;
 }
 
 // A clip's fades cover the stage with black, each at most half the clip and at most 5 s,

@@ -1,5 +1,6 @@
 #include "composition/render_frame_resolver.h"
 #include "support/temporary_directory.h"
+#include "support/timeline_builders.h"
 
 #include <gtest/gtest.h>
 
@@ -10,22 +11,8 @@
 namespace orvelle {
 namespace {
 
-TimelineClip sourceClip(double start, double end) {
-    TimelineClip clip;
-    clip.id = Uuid::random();
-    clip.start = SourceTime(start);
-    clip.end = SourceTime(end);
-    return clip;
-}
-
-AnimationClip zoomClip(double start, double end, double scale) {
-    AnimationClip clip;
-    clip.id = Uuid::random();
-    clip.start = EditTime(start);
-    clip.end = EditTime(end);
-    clip.zoomScale = scale;
-    return clip;
-}
+using testing::clip;
+using testing::zoomClip;
 
 // Ten seconds: the pointer rests left of centre, sweeps to the right between 4 and 5 s and
 // rests there; clicks at 2 and 6 s.
@@ -43,7 +30,7 @@ CursorRecording sweepingPointer() {
 RenderFrameSource source(const CursorRecording& recording) {
     RenderFrameSource source;
     source.project.timeline.sourceDuration = SourceTime(10);
-    source.project.timeline.clips = {sourceClip(0, 10)};
+    source.project.timeline.clips = {clip(0, 10)};
     source.project.background.paddingAmount = 0;
     source.cursorRecording = recording;
     source.sourceNaturalSize = {1920, 1080};
@@ -91,9 +78,9 @@ TEST(RenderFrameResolverTest, FollowsThePointerIntoTheZoomAndOut) {
 
 TEST(RenderFrameResolverTest, CutsHiddenClipsAndClicks) {
     auto input = source(sweepingPointer());
-    auto hidden = sourceClip(6, 10);
+    auto hidden = clip(6, 10);
     hidden.hidesCursor = true;
-    input.project.timeline.clips = {sourceClip(0, 3), hidden};
+    input.project.timeline.clips = {clip(0, 3), hidden};
     DeletedTimelineGap gap;
     gap.id = Uuid::random();
     gap.sourceStart = SourceTime(3);
@@ -121,7 +108,7 @@ TEST(RenderFrameResolverTest, PointerMotionTiltAndClicksAreReadAtTheSourceTime) 
     // moving although at source 0.25 s it rests. The click at source 6 s presses at edit
     // 1.5 s, long after the one at source 2 s.
     auto input = source(sweepingPointer());
-    input.project.timeline.clips = {sourceClip(4.5, 10)};
+    input.project.timeline.clips = {clip(4.5, 10)};
     RenderFrameResolver resolver(input);
     const auto moving = resolver.resolve(0.25);
     ASSERT_EQ(moving.sourceTime, SourceTime(4.75));
@@ -185,9 +172,9 @@ TEST(RenderFrameResolverTest, FramesFromTwoThreadsAtOnce) {
 }
 
 TEST(RenderPreparedSamples, NormalisedClipsAndPointerFilesThatDoNotRead) {
-    auto late = sourceClip(8, 14);
+    auto late = clip(8, 14);
     late.speed = 100;
-    auto early = sourceClip(-2, 3);
+    auto early = clip(-2, 3);
     const auto clips =
         RenderComposition::normalizedTimelineClips(std::vector{late, early}, SourceTime(10));
     ASSERT_EQ(clips.size(), 2u);
@@ -211,7 +198,7 @@ TEST(RenderPreparedSamples, PlanningScaleComesFromTheEditTimeOfEachSample) {
     EditorProjectState project;
     project.background.paddingAmount = 0.5;
     project.animation.zoomClips = {zoomClip(0, 4, 3)};
-    const std::vector clips{sourceClip(5, 10)};
+    const std::vector clips{clip(5, 10)};
     const auto timeline = RenderComposition::renderEditTimeline(clips, {}, SourceTime(10));
     // Source 7 is edit 2: fully zoomed, times the padding scale.
     EXPECT_NEAR(RenderComposition::cameraPlanningZoomScale(7, project, timeline), 1.5, 1e-12);

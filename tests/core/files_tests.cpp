@@ -3,6 +3,7 @@
 #include "core/user_defaults.h"
 #include "core/xdg_paths.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -37,11 +38,8 @@ TEST(AtomicWrite, AFailedReplaceKeepsWhatWasThereAndCleansUp) {
 TEST(AtomicWrite, AMissingFolderIsAFileErrorNamingTheFile) {
     testing::TemporaryDirectory folder;
     const fs::path target = folder / "missing" / "state.json";
-    try {
-        writeFileAtomically(target, "x");
-        FAIL();
-    } catch (const FileError& error) {
-        EXPECT_NE(std::string(error.what()).find("state.json"), std::string::npos);
+    if (const auto error = testing::thrown<FileError>([&] { writeFileAtomically(target, "x"); })) {
+        EXPECT_NE(std::string(error->what()).find("state.json"), std::string::npos);
     }
     EXPECT_FALSE(fileExists(target));
 }

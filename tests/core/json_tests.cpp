@@ -1,4 +1,5 @@
 #include "core/json.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -26,12 +27,9 @@ TEST(Json, ReaderTreatsNullAsAbsentAndNamesMissingKeys) {
     const JsonObjectReader outer(value.at("outer"), JsonDecodeContext{}.key("outer"));
     EXPECT_EQ(outer.value<double>("size", 1.5), 1.5);
     EXPECT_EQ(outer.required<int>("count"), 3);
-    try {
-        outer.required<int>("size");
-        FAIL() << "a null required key must fail";
-    } catch (const JsonDecodeError& error) {
-        EXPECT_EQ(error.path(), "outer.size");
-        EXPECT_STREQ(error.what(), "outer.size: required key is missing");
+    if (const auto error = testing::thrown<JsonDecodeError>([&] { outer.required<int>("size"); })) {
+        EXPECT_EQ(error->path(), "outer.size");
+        EXPECT_STREQ(error->what(), "outer.size: required key is missing");
     }
 }
 
@@ -63,11 +61,9 @@ TEST(Json, TypeMismatchesFailWithThePath) {
 TEST(Json, EnumerationsReadByNameAndNameTheUnknownValue) {
     EXPECT_EQ(decodeJson<Fruit>(Json("pear")), Fruit::pear);
     EXPECT_EQ(encodeJson(Fruit::apple), Json("apple"));
-    try {
-        decodeJson<Fruit>(Json("plum"), JsonDecodeContext{}.key("fruit"));
-        FAIL();
-    } catch (const JsonDecodeError& error) {
-        EXPECT_STREQ(error.what(), "fruit: unknown value \"plum\"");
+    if (const auto error = testing::thrown<JsonDecodeError>(
+            [&] { decodeJson<Fruit>(Json("plum"), JsonDecodeContext{}.key("fruit")); })) {
+        EXPECT_STREQ(error->what(), "fruit: unknown value \"plum\"");
     }
 }
 

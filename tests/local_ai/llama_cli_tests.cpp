@@ -11,6 +11,7 @@
 #include "platform/process/process.h"
 #include "support/process_groups.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -112,12 +113,11 @@ TEST_F(RealLlamaTest, AnAnswerCutOffByTheTokenLimitIsRefusedInOurWords) {
     // Six tokens cannot hold the four keys: llama-cli stops mid-object, and the draft is
     // refused with what the model did write rather than half read.
     const std::string words = "Qwen did not return valid metadata JSON. Output: {";
-    try {
-        generator(kHelper, 6).generate(request(), {}, {});
-        ADD_FAILURE() << "a cut-off answer was read as a draft";
-    } catch (const YouTubeMetadataGenerationError& error) {
-        EXPECT_EQ(error.code(), YouTubeMetadataGenerationErrorCode::invalidOutput) << error.what();
-        EXPECT_EQ(std::string(error.what()).substr(0, words.size()), words);
+    if (const auto error = testing::thrown<YouTubeMetadataGenerationError>(
+            [&] { generator(kHelper, 6).generate(request(), {}, {}); })) {
+        EXPECT_EQ(error->code(), YouTubeMetadataGenerationErrorCode::invalidOutput)
+            << error->what();
+        EXPECT_EQ(std::string(error->what()).substr(0, words.size()), words);
     }
 }
 

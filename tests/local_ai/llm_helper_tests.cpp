@@ -8,6 +8,7 @@
 #include "local_ai/youtube_metadata_progress.h"
 #include "support/process_groups.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -43,13 +44,11 @@ TEST(LLMHelperSearchTest, TheFirstExecutableCandidateWinsInTheDocumentedOrder) {
     EXPECT_EQ(llmHelperCandidates(configured, places), order);
 
     // Nothing executable anywhere: the system's words.
-    try {
-        resolvedLLMHelperExecutable(configured, places);
-        ADD_FAILURE() << "found a helper";
-    } catch (const YouTubeMetadataGenerationError& error) {
-        EXPECT_EQ(error.code(), YouTubeMetadataGenerationErrorCode::runtimeNotFound);
-        EXPECT_STREQ(error.what(), "The local AI helper is not bundled. Run make llm-helper, "
-                                   "then rebuild the app.");
+    if (const auto error = testing::thrown<YouTubeMetadataGenerationError>(
+            [&] { resolvedLLMHelperExecutable(configured, places); })) {
+        EXPECT_EQ(error->code(), YouTubeMetadataGenerationErrorCode::runtimeNotFound);
+        EXPECT_STREQ(error->what(), "The local AI helper is not bundled. Run make llm-helper, "
+                                    "then rebuild the app.");
     }
     // Made executable from the back of the list to the front, each one wins over the rest;
     // a variable naming a file that is not executable, or a folder, is passed over.

@@ -11,6 +11,7 @@
 #include "platform/process/helper_process_registry.h"
 #include "support/process_groups.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -84,13 +85,10 @@ protected:
 
     // The failure's code and words, or a test failure when the generation succeeds.
     std::pair<Code, std::string> failure(LlamaCPPYouTubeMetadataGenerator generator) {
-        try {
-            generator.generate(request, {}, {});
-        } catch (const YouTubeMetadataGenerationError& error) {
-            return {error.code(), error.what()};
-        }
-        ADD_FAILURE() << "the generation succeeded";
-        return {};
+        const auto error = testing::thrown<YouTubeMetadataGenerationError>(
+            [&] { generator.generate(request, {}, {}); });
+        return error ? std::pair{error->code(), std::string(error->what())}
+                     : std::pair<Code, std::string>{};
     }
 
     std::vector<std::string> arguments(int run) const {
@@ -273,11 +271,9 @@ TEST_F(StandInHelperTest, ParagraphBreaksAreCheckedWindowByWindow) {
               args.end());
 
     standIn("echo 'no list here'");
-    try {
-        suggester.suggestBreaks(analysis, {});
-        ADD_FAILURE() << "no failure";
-    } catch (const YouTubeMetadataGenerationError& error) {
-        EXPECT_EQ(error.code(), Code::invalidOutput);
+    if (const auto error = testing::thrown<YouTubeMetadataGenerationError>(
+            [&] { suggester.suggestBreaks(analysis, {}); })) {
+        EXPECT_EQ(error->code(), Code::invalidOutput);
     }
 }
 

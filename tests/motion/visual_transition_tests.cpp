@@ -1,20 +1,15 @@
 #include "motion/visual_transition.h"
+#include "support/timeline_builders.h"
 
 #include <gtest/gtest.h>
 
 namespace orvelle {
 namespace {
 
+using testing::clip;
+
 using VisualTransitionBlending::blendCursorPoint;
 using VisualTransitionBlending::blendManualZoomOffset;
-
-TimelineClip sourceClip(double start, double end) {
-    TimelineClip clip;
-    clip.id = Uuid::random();
-    clip.start = SourceTime(start);
-    clip.end = SourceTime(end);
-    return clip;
-}
 
 TEST(VisualTransitionTiming, DurationAndJumpDetection) {
     EXPECT_NEAR(visualTransitionDuration(2), 0.16, 1e-12);
@@ -96,19 +91,19 @@ protected:
 };
 
 TEST_F(RenderTransitions, OnlyJumpsOutsideTheToleranceGlide) {
-    EXPECT_TRUE(store({sourceClip(0, 10)}).transitions().empty());
-    EXPECT_TRUE(store({sourceClip(0, 4), sourceClip(4, 10)}).transitions().empty());
-    EXPECT_TRUE(store({sourceClip(0, 4), sourceClip(4.08, 10)}).transitions().empty());
-    EXPECT_EQ(store({sourceClip(0, 4), sourceClip(4.081, 10)}).transitions().size(), 1u);
-    EXPECT_TRUE(store({sourceClip(0, 4), sourceClip(3.95, 10)}).transitions().empty());
+    EXPECT_TRUE(store({clip(0, 10)}).transitions().empty());
+    EXPECT_TRUE(store({clip(0, 4), clip(4, 10)}).transitions().empty());
+    EXPECT_TRUE(store({clip(0, 4), clip(4.08, 10)}).transitions().empty());
+    EXPECT_EQ(store({clip(0, 4), clip(4.081, 10)}).transitions().size(), 1u);
+    EXPECT_TRUE(store({clip(0, 4), clip(3.95, 10)}).transitions().empty());
     // Clips are laid out in source order whatever their order in the list.
-    const auto reordered = store({sourceClip(6, 9), sourceClip(0, 4)}).transitions();
+    const auto reordered = store({clip(6, 9), clip(0, 4)}).transitions();
     ASSERT_EQ(reordered.size(), 1u);
     EXPECT_EQ(reordered[0].startEditTime, 4);
 }
 
 TEST_F(RenderTransitions, GlideStartsFromTheStateJustBeforeTheCut) {
-    const auto s = store({sourceClip(0, 2), sourceClip(6, 10)});
+    const auto s = store({clip(0, 2), clip(6, 10)});
     ASSERT_EQ(s.transitions().size(), 1u);
     const auto& transition = s.transitions()[0];
     EXPECT_EQ(transition.startEditTime, 2);
@@ -131,7 +126,7 @@ TEST_F(RenderTransitions, ZoomComesFromTheEnvelopeAtTheEditTime) {
     zoom.end = EditTime(4);
     zoom.zoomScale = 3;
     project.animation.zoomClips = {zoom};
-    const auto s = store({sourceClip(0, 10)});
+    const auto s = store({clip(0, 10)});
     const auto state = s.resolve(2, 2);
     EXPECT_EQ(state.cameraAnimationAmount, 1);
     EXPECT_EQ(state.cameraZoomScale, 3);

@@ -1,4 +1,5 @@
 #include "motion/zoom_animation.h"
+#include "support/timeline_builders.h"
 
 #include <gtest/gtest.h>
 
@@ -10,17 +11,10 @@
 namespace orvelle {
 namespace {
 
+using testing::zoomClip;
+
 constexpr auto kFocused = ScreenAnimationStyle::focused;
 constexpr auto kSmooth = ScreenAnimationStyle::smooth;
-
-AnimationClip clip(double start, double end, double scale = 2.0) {
-    AnimationClip c;
-    c.id = Uuid::random();
-    c.start = EditTime(start);
-    c.end = EditTime(end);
-    c.zoomScale = scale;
-    return c;
-}
 
 ZoomAnimationResolution at(double t, const std::vector<AnimationClip>& clips,
                            ScreenAnimationStyle style = kFocused, double defaultScale = 1.5) {
@@ -59,7 +53,7 @@ TEST(ZoomEnvelope, EmptyLaneGivesTheDefaultAndNoClip) {
 }
 
 TEST(ZoomEnvelope, ClipRampsInSettlesAndRampsOut) {
-    const std::vector clips{clip(1, 5, 2.5)};
+    const std::vector clips{zoomClip(1, 5, 2.5)};
     const auto start = at(1, clips);
     EXPECT_EQ(start.amount, 0); // the first instant is active with amount 0
     ASSERT_TRUE(start.activeClip);
@@ -74,7 +68,7 @@ TEST(ZoomEnvelope, ClipRampsInSettlesAndRampsOut) {
 }
 
 TEST(ZoomEnvelope, SmoothStyleUsesQuarterSineInAndSmoothstepOut) {
-    const std::vector clips{clip(0, 10)};
+    const std::vector clips{zoomClip(0, 10)};
     const double transition = 0.45;
     EXPECT_NEAR(at(transition * 0.3, clips, kSmooth).amount, std::sin(0.3 * M_PI / 2), 1e-12);
     EXPECT_NEAR(at(10 - transition * 0.3, clips, kSmooth).amount, 0.09 * (3 - 0.6), 1e-12);
@@ -84,30 +78,30 @@ TEST(ZoomEnvelope, ShortClipsNeverReachFullZoom) {
     // 0.1 s under focused: the transition is 0.065 s, so the middle is p = 0.05 / 0.065.
     const double p = 0.05 / 0.065;
     const double peak = 1 - 0.5 * std::pow(2 - 2 * p, 3);
-    EXPECT_NEAR(at(0.05, {clip(0, 0.1)}).amount, peak, 1e-12);
+    EXPECT_NEAR(at(0.05, {zoomClip(0, 0.1)}).amount, peak, 1e-12);
     EXPECT_NEAR(peak, 0.95, 0.01);
-    EXPECT_LT(at(0.025, {clip(0, 0.05)}).amount, peak);
+    EXPECT_LT(at(0.025, {zoomClip(0, 0.05)}).amount, peak);
     for (double t = 0; t <= 0.1; t += 0.001) {
-        EXPECT_LT(at(t, {clip(0, 0.1)}).amount, 1);
+        EXPECT_LT(at(t, {zoomClip(0, 0.1)}).amount, 1);
     }
 }
 
 TEST(ZoomEnvelope, InstantAndEmptyClips) {
-    AnimationClip instant = clip(2, 4, 3);
+    AnimationClip instant = zoomClip(2, 4, 3);
     instant.instantAnimation = true;
     EXPECT_EQ(at(2, {instant}).amount, 1);
     EXPECT_EQ(at(4, {instant}).amount, 1);
     // A clip of no length is active at its instant with no zoom.
-    const auto state = at(2, {clip(2, 2, 3)});
+    const auto state = at(2, {zoomClip(2, 2, 3)});
     EXPECT_EQ(state.amount, 0);
     ASSERT_TRUE(state.activeClip);
     EXPECT_EQ(state.zoomScale, 3);
 }
 
 TEST(ZoomEnvelope, DisabledClipsTakeNoPartEvenAsNeighbours) {
-    AnimationClip disabled = clip(5, 10, 3);
+    AnimationClip disabled = zoomClip(5, 10, 3);
     disabled.isDisabled = true;
-    const std::vector clips{clip(0, 5, 2), disabled};
+    const std::vector clips{zoomClip(0, 5, 2), disabled};
     EXPECT_FALSE(at(7, clips).activeClip);
     // The clip before the disabled one ramps out as usual.
     EXPECT_EQ(at(5, clips).amount, 0);
@@ -115,14 +109,14 @@ TEST(ZoomEnvelope, DisabledClipsTakeNoPartEvenAsNeighbours) {
 }
 
 TEST(ZoomEnvelope, OverlappingClipsLargerAmountWinsLaterOnTies) {
-    const std::vector clips{clip(0, 4, 2), clip(3.9, 8, 3)};
+    const std::vector clips{zoomClip(0, 4, 2), zoomClip(3.9, 8, 3)};
     // Inside the first clip's exit and the second's entry the curves cross.
     const auto early = at(3.92, clips);
     EXPECT_EQ(early.zoomScale, 2);
     const auto late = at(3.99, clips);
     EXPECT_EQ(late.zoomScale, 3);
     // Identical clips: the later in the list wins.
-    AnimationClip a = clip(0, 4, 2);
+    AnimationClip a = zoomClip(0, 4, 2);
     AnimationClip b = a;
     b.id = Uuid::random();
     b.zoomScale = 4;
@@ -130,13 +124,13 @@ TEST(ZoomEnvelope, OverlappingClipsLargerAmountWinsLaterOnTies) {
 }
 
 TEST(ZoomEnvelope, ManualClipsCarryTheirOffsetAndNoBias) {
-    AnimationClip manual = clip(0, 4);
+    AnimationClip manual = zoomClip(0, 4);
     manual.zoomMode = AnimationZoomMode::manual;
     EXPECT_EQ(at(2, {manual}).manualOffset, ZoomManualOffset{});
     manual.manualOffset = ZoomManualOffset(0.5, -1);
     EXPECT_EQ(at(2, {manual}).manualOffset, ZoomManualOffset(0.5, -1));
     EXPECT_EQ(at(2, {manual}).centerBias, 0);
-    AnimationClip biased = clip(0, 4);
+    AnimationClip biased = zoomClip(0, 4);
     biased.centerBias = true;
     EXPECT_EQ(at(2, {biased}).centerBias, 1);
     EXPECT_FALSE(at(2, {biased}).manualOffset);
@@ -144,7 +138,7 @@ TEST(ZoomEnvelope, ManualClipsCarryTheirOffsetAndNoBias) {
 
 TEST(ZoomHandOff, TouchingClipsKeepFullAmountAndGlideTheScale) {
     for (const auto style : {kFocused, kSmooth}) {
-        const std::vector clips{clip(0, 4, 2), clip(4, 8, 3)};
+        const std::vector clips{zoomClip(0, 4, 2), zoomClip(4, 8, 3)};
         const double hFrom = zoomTransitionLength(4, style) / 2;
         const double hTo = zoomTransitionLength(4, style) / 2;
         double previousScale = 2;
@@ -168,7 +162,7 @@ TEST(ZoomHandOff, TouchingClipsKeepFullAmountAndGlideTheScale) {
 TEST(ZoomHandOff, EachClipBringsHalfItsOwnTransitionToTheWindow) {
     // A 0.5 s clip (transition 0.21 s) hands over to a long one (0.365 s): the window is
     // [0.5 - 0.105, 0.5 + 0.1825], so the seam lies before its middle.
-    const std::vector clips{clip(0, 0.5, 2), clip(0.5, 10, 3)};
+    const std::vector clips{zoomClip(0, 0.5, 2), zoomClip(0.5, 10, 3)};
     const double hFrom = 0.21 / 2;
     const double hTo = 0.365 / 2;
     EXPECT_NEAR(at(0.5, clips).zoomScale, 2 + Easing::smoothstep(hFrom / (hFrom + hTo)), 1e-12);
@@ -177,16 +171,16 @@ TEST(ZoomHandOff, EachClipBringsHalfItsOwnTransitionToTheWindow) {
 }
 
 TEST(ZoomHandOff, AdjacencyToleranceIsOneMillisecond) {
-    const std::vector touching{clip(0, 4, 2), clip(4.0009, 8, 3)};
+    const std::vector touching{zoomClip(0, 4, 2), zoomClip(4.0009, 8, 3)};
     EXPECT_EQ(at(4.0, touching).amount, 1);
     EXPECT_EQ(at(4.0009, touching).amount, 1);
-    const std::vector apart{clip(0, 4, 2), clip(4.0011, 8, 3)};
+    const std::vector apart{zoomClip(0, 4, 2), zoomClip(4.0011, 8, 3)};
     EXPECT_EQ(at(4.0, apart).amount, 0);
     EXPECT_EQ(at(4.0011, apart).amount, 0);
 }
 
 TEST(ZoomHandOff, ArrayOrderDoesNotMatterOnlyStartOrder) {
-    const std::vector forwards{clip(0, 4, 2), clip(4, 8, 3)};
+    const std::vector forwards{zoomClip(0, 4, 2), zoomClip(4, 8, 3)};
     const std::vector backwards{forwards[1], forwards[0]};
     for (double t = 3.5; t < 4.5; t += 0.05) {
         EXPECT_EQ(at(t, forwards).zoomScale, at(t, backwards).zoomScale) << t;
@@ -195,8 +189,8 @@ TEST(ZoomHandOff, ArrayOrderDoesNotMatterOnlyStartOrder) {
 }
 
 TEST(ZoomHandOff, TouchingInstantClipsJumpAtTheSeam) {
-    AnimationClip a = clip(0, 4, 2);
-    AnimationClip b = clip(4, 8, 3);
+    AnimationClip a = zoomClip(0, 4, 2);
+    AnimationClip b = zoomClip(4, 8, 3);
     a.instantAnimation = b.instantAnimation = true;
     EXPECT_EQ(at(3.999, {a, b}).zoomScale, 2);
     EXPECT_EQ(at(4.001, {a, b}).zoomScale, 3);
@@ -204,8 +198,8 @@ TEST(ZoomHandOff, TouchingInstantClipsJumpAtTheSeam) {
 }
 
 TEST(ZoomHandOff, ManualNeighboursBlendOffsetsManualAndAutoDoNot) {
-    AnimationClip a = clip(0, 4, 2);
-    AnimationClip b = clip(4, 8, 2);
+    AnimationClip a = zoomClip(0, 4, 2);
+    AnimationClip b = zoomClip(4, 8, 2);
     a.zoomMode = b.zoomMode = AnimationZoomMode::manual;
     a.manualOffset = ZoomManualOffset(-1, 0);
     b.manualOffset = ZoomManualOffset(1, 2);
@@ -228,8 +222,8 @@ TEST(ZoomHandOff, ManualNeighboursBlendOffsetsManualAndAutoDoNot) {
 }
 
 TEST(ZoomHandOff, TiltTurnsAsAVector) {
-    AnimationClip a = clip(0, 4);
-    AnimationClip b = clip(4, 8);
+    AnimationClip a = zoomClip(0, 4);
+    AnimationClip b = zoomClip(4, 8);
     a.tiltDegrees = b.tiltDegrees = 20;
     a.tiltDirectionDegrees = 350;
     b.tiltDirectionDegrees = 10;
@@ -256,7 +250,7 @@ TEST(ZoomLaneIndexTest, AnswersExactlyAsThePlainScanOverRandomLanes) {
             const double start = kind < 0.3   ? cursor
                                  : kind < 0.5 ? cursor - unit(random) * 2
                                               : cursor + unit(random) * 3;
-            AnimationClip c = clip(start, start + unit(random) * 4, 1 + unit(random) * 2);
+            AnimationClip c = zoomClip(start, start + unit(random) * 4, 1 + unit(random) * 2);
             c.instantAnimation = unit(random) < 0.1;
             c.isDisabled = unit(random) < 0.1;
             c.centerBias = unit(random) < 0.3;
@@ -291,7 +285,7 @@ TEST(ZoomLaneIndexTest, AnswersExactlyAsThePlainScanOverRandomLanes) {
 TEST(ZoomLaneIndexTest, ClipsPiledHighAndNotANumber) {
     std::vector<AnimationClip> clips;
     for (int i = 0; i < 40; ++i) {
-        clips.push_back(clip(i * 0.01, 10 + i * 0.01, 1 + i * 0.05));
+        clips.push_back(zoomClip(i * 0.01, 10 + i * 0.01, 1 + i * 0.05));
     }
     const ZoomLaneIndex index(clips, 1.5, kFocused);
     EXPECT_EQ(index.resolvedState(EditTime(5)), at(5, clips));
@@ -299,7 +293,7 @@ TEST(ZoomLaneIndexTest, ClipsPiledHighAndNotANumber) {
 }
 
 TEST(ZoomPhase, FollowsTheClipsTransitions) {
-    const std::vector clips{clip(1, 5)};
+    const std::vector clips{zoomClip(1, 5)};
     const auto phase = [&](double t) {
         return ZoomAnimationEnvelope::animationState(EditTime(t), clips, 1.5, kFocused).phase;
     };
@@ -307,12 +301,12 @@ TEST(ZoomPhase, FollowsTheClipsTransitions) {
     EXPECT_EQ(phase(1.1), ZoomAnimationPhase::entering);
     EXPECT_EQ(phase(3), ZoomAnimationPhase::settled);
     EXPECT_EQ(phase(4.9), ZoomAnimationPhase::exiting);
-    AnimationClip instant = clip(1, 5);
+    AnimationClip instant = zoomClip(1, 5);
     instant.instantAnimation = true;
     const std::vector instantClips{instant};
     EXPECT_EQ(ZoomAnimationEnvelope::animationState(EditTime(1), instantClips, 1.5, kFocused).phase,
               ZoomAnimationPhase::settled);
-    const std::vector emptyClips{clip(1, 1)};
+    const std::vector emptyClips{zoomClip(1, 1)};
     EXPECT_EQ(ZoomAnimationEnvelope::animationState(EditTime(1), emptyClips, 1.5, kFocused).phase,
               ZoomAnimationPhase::inactive);
 }

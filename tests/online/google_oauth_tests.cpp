@@ -6,6 +6,7 @@
 #include "platform/secrets/secret_store.h"
 #include "support/online_test_server.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -64,12 +65,10 @@ TEST(GoogleOAuthClientConfig, TakesInstalledBeforeWebAndRefusesWhatItCannotUse) 
           Json{{"installed", Json{{"client_id", "x"},
                                   {"auth_uri", "not a url"},
                                   {"token_uri", "https://t.example/"}}}}}) {
-        try {
-            GoogleOAuthClientConfig::decode(bad);
-            FAIL() << bad.dump();
-        } catch (const GoogleOAuthError& error) {
-            EXPECT_EQ(error.code(), GoogleOAuthErrorCode::missingClientConfig);
-            EXPECT_STREQ(error.what(), "Missing Google OAuth client config.");
+        if (const auto error =
+                testing::thrown<GoogleOAuthError>([&] { GoogleOAuthClientConfig::decode(bad); })) {
+            EXPECT_EQ(error->code(), GoogleOAuthErrorCode::missingClientConfig);
+            EXPECT_STREQ(error->what(), "Missing Google OAuth client config.");
         }
     }
     Json insecure = installed;
@@ -154,12 +153,10 @@ TEST(GoogleOAuthLoopbackServer, ParsesTheRedirectsRequestLine) {
               GoogleOAuthErrorCode::invalidCallback,
               "Google returned an invalid authorization callback."},
          }) {
-        try {
-            GoogleOAuthLoopbackServer::parseCallback(request);
-            FAIL() << request;
-        } catch (const GoogleOAuthError& error) {
-            EXPECT_EQ(error.code(), code) << request;
-            EXPECT_STREQ(error.what(), message);
+        if (const auto error = testing::thrown<GoogleOAuthError>(
+                [&] { GoogleOAuthLoopbackServer::parseCallback(request); })) {
+            EXPECT_EQ(error->code(), code) << request;
+            EXPECT_STREQ(error->what(), message);
         }
     }
 }
@@ -222,12 +219,10 @@ TEST(GoogleOAuthLoopbackServer, AnswersAFailureAndEndsTheWaitWithIt) {
 TEST(GoogleOAuthLoopbackServer, TimesOutAndCancels) {
     GoogleOAuthLoopbackServer quiet;
     const int port = quiet.start();
-    try {
-        quiet.waitForCallback(std::chrono::milliseconds(200));
-        FAIL() << "no browser came, yet the wait ended well";
-    } catch (const GoogleOAuthError& error) {
-        EXPECT_EQ(error.code(), GoogleOAuthErrorCode::authorizationTimedOut);
-        EXPECT_STREQ(error.what(), "Google sign-in timed out. Try connecting again.");
+    if (const auto error = testing::thrown<GoogleOAuthError>(
+            [&] { quiet.waitForCallback(std::chrono::milliseconds(200)); })) {
+        EXPECT_EQ(error->code(), GoogleOAuthErrorCode::authorizationTimedOut);
+        EXPECT_STREQ(error->what(), "Google sign-in timed out. Try connecting again.");
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_FALSE(visit(port, "GET /?code=c&state=s HTTP/1.1\r\n\r\n")); // the listener is gone
@@ -367,12 +362,10 @@ TEST_F(GoogleOAuthControllerTest, SignsInRefreshesAndSignsOut) {
     EXPECT_EQ(server_.state()["revoked"][0], stored->token.refreshToken);
     EXPECT_FALSE(storedCredential());
     EXPECT_FALSE(controller->account().value());
-    try {
-        controller->validAccessToken();
-        FAIL() << "a token after sign-out";
-    } catch (const GoogleOAuthError& error) {
-        EXPECT_EQ(error.code(), GoogleOAuthErrorCode::notConnected);
-        EXPECT_STREQ(error.what(), "Connect a Google account before uploading to YouTube.");
+    if (const auto error =
+            testing::thrown<GoogleOAuthError>([&] { controller->validAccessToken(); })) {
+        EXPECT_EQ(error->code(), GoogleOAuthErrorCode::notConnected);
+        EXPECT_STREQ(error->what(), "Connect a Google account before uploading to YouTube.");
     }
 }
 
@@ -445,11 +438,9 @@ TEST_F(GoogleOAuthControllerTest, AFailedRefreshKeepsTheCredential) {
                        {{"error", "invalid_grant"},
                         {"error_description", "Token has been expired or revoked."}}}}}));
     controller = makeController();
-    try {
-        controller->validAccessToken();
-        FAIL() << "an expired grant gave a token";
-    } catch (const GoogleOAuthError& error) {
-        EXPECT_STREQ(error.what(),
+    if (const auto error =
+            testing::thrown<GoogleOAuthError>([&] { controller->validAccessToken(); })) {
+        EXPECT_STREQ(error->what(),
                      "Google request failed with HTTP 400: Google sign-in expired. Disconnect and "
                      "connect again.");
     }

@@ -6,6 +6,7 @@
 #include "platform/secrets/secret_store.h"
 #include "support/online_test_server.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -160,11 +161,8 @@ TEST_F(MusicLibraryTest, FailuresSayWhatHappenedAndAWaveformIsOptional) {
     EXPECT_FALSE(tracks[1].waveformLevels);
 
     const auto expectError = [](const std::function<void()>& call, const std::string& message) {
-        try {
-            call();
-            ADD_FAILURE() << "no error for: " << message;
-        } catch (const MusicLibraryError& error) {
-            EXPECT_EQ(error.what(), message);
+        if (const auto error = testing::thrown<MusicLibraryError>([&] { call(); })) {
+            EXPECT_EQ(error->what(), message);
         }
     };
     server_.addFaults(Json::array({{{"type", "openverseStatus"}}}));

@@ -2,6 +2,7 @@
 #include "online/online_endpoints.h"
 #include "online/online_url.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -98,12 +99,10 @@ TEST(OnlineEndpoints, SettingsFileThenEnvironment) {
     ::unsetenv("ORVELLE_MUSIC_LIBRARY_URL");
 
     testing::writeTextFile(settings, R"({"youtubeUploadURL": 7})");
-    try {
-        OnlineServiceEndpoints::load(settings);
-        FAIL() << "a number was taken for an address";
-    } catch (const JsonDecodeError& error) {
-        EXPECT_NE(std::string(error.what()).find("settings.json"), std::string::npos);
-        EXPECT_NE(std::string(error.what()).find("youtubeUploadURL"), std::string::npos);
+    if (const auto error =
+            testing::thrown<JsonDecodeError>([&] { OnlineServiceEndpoints::load(settings); })) {
+        EXPECT_NE(std::string(error->what()).find("settings.json"), std::string::npos);
+        EXPECT_NE(std::string(error->what()).find("youtubeUploadURL"), std::string::npos);
     }
 }
 

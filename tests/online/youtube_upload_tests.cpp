@@ -4,6 +4,7 @@
 #include "platform/http/http.h"
 #include "support/online_test_server.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -226,12 +227,10 @@ TEST_F(YouTubeUploadTest, GivesUpAfterFourTriesAndNeverRetriesA401) {
         faults.push_back({{"type", "status"}, {"start", 0}, {"code", 503}});
     }
     server_.addFaults(faults);
-    try {
-        YouTubeUploadClient::upload(request(file), accessToken(), {}, options_);
-        FAIL() << "four 503s ended well";
-    } catch (const YouTubeUploadError& error) {
-        EXPECT_STREQ(error.what(), "YouTube upload failed with HTTP 503: Backend Error");
-        EXPECT_TRUE(error.retryable());
+    if (const auto error = testing::thrown<YouTubeUploadError>(
+            [&] { YouTubeUploadClient::upload(request(file), accessToken(), {}, options_); })) {
+        EXPECT_STREQ(error->what(), "YouTube upload failed with HTTP 503: Backend Error");
+        EXPECT_TRUE(error->retryable());
     }
     EXPECT_EQ(ranges().size(), 7U); // four tries, three questions between them
 
@@ -242,13 +241,11 @@ TEST_F(YouTubeUploadTest, GivesUpAfterFourTriesAndNeverRetriesA401) {
                                     {"message", "Invalid Credentials"}}}));
     // The token is read once per upload and not refreshed when it is refused, nor is the
     // chunk asked about or sent again.
-    try {
-        YouTubeUploadClient::upload(request(file), accessToken(), {}, options_);
-        FAIL() << "a refused token was taken";
-    } catch (const YouTubeUploadError& error) {
-        EXPECT_EQ(error.statusCode(), 401);
-        EXPECT_FALSE(error.retryable());
-        EXPECT_STREQ(error.what(), "YouTube upload failed with HTTP 401: Invalid Credentials");
+    if (const auto error = testing::thrown<YouTubeUploadError>(
+            [&] { YouTubeUploadClient::upload(request(file), accessToken(), {}, options_); })) {
+        EXPECT_EQ(error->statusCode(), 401);
+        EXPECT_FALSE(error->retryable());
+        EXPECT_STREQ(error->what(), "YouTube upload failed with HTTP 401: Invalid Credentials");
     }
     EXPECT_EQ(ranges().size(), 8U);
     EXPECT_EQ(ranges().back(), "bytes 0-4999/5000");
@@ -267,12 +264,9 @@ TEST_F(YouTubeUploadTest, EdgesOfTheProtocol) {
         EXPECT_EQ(session()["mime"], "video/quicktime");
     }
     const auto expectError = [&](const std::filesystem::path& file, const char* message) {
-        try {
-            YouTubeUploadClient::upload(request(file), token, {}, options_);
-            FAIL() << message;
-        } catch (const std::exception& error) {
-            EXPECT_STREQ(error.what(), message);
-        }
+        EXPECT_EQ(testing::messageOf<std::exception>(
+                      [&] { YouTubeUploadClient::upload(request(file), token, {}, options_); }),
+                  message);
     };
     expectError(movie(0, "empty.mp4"), "The video file is empty.");
     expectError(folder_ / "missing.mp4", "The video file is empty.");

@@ -1,5 +1,7 @@
 #include "playback/playback_test_support.h"
 
+#include "support/timeline_builders.h"
+
 namespace orvelle::testing {
 
 namespace {
@@ -14,15 +16,6 @@ public:
 
 [[maybe_unused]] const auto* const environment =
     ::testing::AddGlobalTestEnvironment(new SoundServerEnvironment);
-
-TimelineClip clip(double start, double end, double speed = 1) {
-    TimelineClip made;
-    made.id = Uuid::random();
-    made.start = SourceTime(start);
-    made.end = SourceTime(end);
-    made.speed = speed;
-    return made;
-}
 
 } // namespace
 

@@ -2,6 +2,7 @@
 #include "project/cursor_recording.h"
 #include "project/recording_take_builder.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -53,11 +54,9 @@ TEST(CursorRecording, AMissingKeyOrFileFailsNamingIt) {
          "clicks[0].button"}};
     for (const auto& [text, key] : table) {
         writeTextFile(folder / "c.json", text);
-        try {
-            CursorRecording::load(folder / "c.json");
-            ADD_FAILURE() << "decoded without " << key;
-        } catch (const JsonDecodeError& error) {
-            EXPECT_EQ(error.path(), key);
+        if (const auto error = testing::thrown<JsonDecodeError>(
+                [&] { CursorRecording::load(folder / "c.json"); })) {
+            EXPECT_EQ(error->path(), key);
         }
     }
     EXPECT_THROW(CursorRecording::load(folder / "none.cursor.json"), FileError);

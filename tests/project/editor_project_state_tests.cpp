@@ -1,5 +1,6 @@
 #include "project/editor_project_state.h"
 #include "project_test_support.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -44,12 +45,10 @@ TEST(EditorProjectStateJson, AMissingKeyOrUnknownNameFailsTheProjectNamingIt) {
         {projectWith("export", {{"metadataConversation", {{{"role", "system"}, {"text", "x"}}}}}),
          "export.metadataConversation[0].role", "system"}};
     for (const auto& [json, path, bad] : table) {
-        try {
-            decodeJson<EditorProjectState>(json);
-            ADD_FAILURE() << path;
-        } catch (const JsonDecodeError& error) {
-            EXPECT_EQ(error.path(), path);
-            EXPECT_NE(std::string(error.what()).find(bad), std::string::npos) << error.what();
+        if (const auto error =
+                testing::thrown<JsonDecodeError>([&] { decodeJson<EditorProjectState>(json); })) {
+            EXPECT_EQ(error->path(), path);
+            EXPECT_NE(std::string(error->what()).find(bad), std::string::npos) << error->what();
         }
     }
 }

@@ -4,6 +4,7 @@
 #include "project/orvelle_project_package.h"
 #include "project/recording_take_builder.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -199,12 +200,10 @@ TEST_F(ProjectPackage, WithoutItsScreenMovieOrProjectFileDoesNotOpen) {
 
     const fs::path saved = OrvelleProjectPackage::write(project_, folder_ / "A");
     fs::remove(saved / "media" / "screen-001.mov");
-    try {
-        OrvelleProjectPackage::load(saved);
-        FAIL() << "a package without its screen movie opened";
-    } catch (const OrvelleProjectPackageError& error) {
-        EXPECT_EQ(error.code(), OrvelleProjectPackageErrorCode::invalidPackage);
-        EXPECT_STREQ(error.what(), "The selected Orvelle project could not be opened.");
+    if (const auto error = testing::thrown<OrvelleProjectPackageError>(
+            [&] { OrvelleProjectPackage::load(saved); })) {
+        EXPECT_EQ(error->code(), OrvelleProjectPackageErrorCode::invalidPackage);
+        EXPECT_STREQ(error->what(), "The selected Orvelle project could not be opened.");
     }
     // The editor then takes the package for a plain file.
     const auto document = EditorDocument::load(saved, store_);
@@ -214,12 +213,10 @@ TEST_F(ProjectPackage, WithoutItsScreenMovieOrProjectFileDoesNotOpen) {
 
 TEST_F(ProjectPackage, RefusesToSaveWithoutAScreenMovieAndLeavesNothing) {
     fs::remove(screen1_);
-    try {
-        OrvelleProjectPackage::write(project_, folder_ / "out" / "A");
-        FAIL() << "saved without a screen movie";
-    } catch (const OrvelleProjectPackageError& error) {
-        EXPECT_EQ(error.code(), OrvelleProjectPackageErrorCode::missingScreenMovie);
-        EXPECT_STREQ(error.what(), "The project does not have a screen recording to save.");
+    if (const auto error = testing::thrown<OrvelleProjectPackageError>(
+            [&] { OrvelleProjectPackage::write(project_, folder_ / "out" / "A"); })) {
+        EXPECT_EQ(error->code(), OrvelleProjectPackageErrorCode::missingScreenMovie);
+        EXPECT_STREQ(error->what(), "The project does not have a screen recording to save.");
     }
     EXPECT_TRUE(namesIn(folder_ / "out").empty());
 

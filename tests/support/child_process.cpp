@@ -6,50 +6,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
-
-extern char** environ;
 
 namespace orvelle::testing {
 
 ChildProcess::ChildProcess(const std::filesystem::path& program,
                            const std::vector<std::string>& arguments,
                            const std::map<std::string, std::string>& environment,
-                           std::optional<int> passFd) {
-    std::vector<std::string> words{program.string()};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (auto& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-    std::map<std::string, std::string> merged;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string text = *entry;
-        const auto equals = text.find('=');
-        merged[text.substr(0, equals)] = equals == std::string::npos ? "" : text.substr(equals + 1);
-    }
-    for (const auto& [key, value] : environment) {
-        if (value.empty()) {
-            merged.erase(key);
-        } else {
-            merged[key] = value;
-        }
-    }
-    std::vector<std::string> pairs;
-    for (const auto& [key, value] : merged) {
-        pairs.push_back(key + "=" + value);
-    }
-    std::vector<char*> envp;
-    for (auto& pair : pairs) {
-        envp.push_back(pair.data());
-    }
-    envp.push_back(nullptr);
-
+                           std::optional<int> passFd,
+                           const std::optional<std::filesystem::path>& log) {
+    ProgramLaunch launch(program, arguments, environment);
     // fork and exec rather than posix_spawn: the child asks to be ended with the thread
     // that started it, so a test killed by its time-out leaves no server behind. Between
     // fork and exec only async-signal-safe calls are made.
@@ -66,7 +34,17 @@ ChildProcess::ChildProcess(const std::filesystem::path& program,
             const int flags = ::fcntl(*passFd, F_GETFD);
             ::fcntl(*passFd, F_SETFD, flags & ~FD_CLOEXEC);
         }
-        ::execve(argv[0], argv.data(), envp.data());
+        if (log) {
+            const int input = ::open("/dev/null", O_RDONLY);
+            const int output = ::open(log->c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+            if (input < 0 || output < 0) {
+                ::_exit(127);
+            }
+            ::dup2(input, STDIN_FILENO);
+            ::dup2(output, STDOUT_FILENO);
+            ::dup2(output, STDERR_FILENO);
+        }
+        ::execve(launch.argv[0], launch.argv.data(), launch.envp.data());
         ::_exit(127);
     }
     pid_ = pid;
@@ -118,19 +96,6 @@ int ChildProcess::terminate(int signal) {
     }
     ::kill(pid_, SIGKILL);
     return waitFor(std::chrono::seconds(5)).value_or(-1);
-}
-
-std::optional<std::filesystem::path> findProgram(const std::string& name) {
-    const char* path = std::getenv("PATH");
-    std::istringstream folders(path != nullptr ? path : "/usr/bin:/bin");
-    std::string folder;
-    while (std::getline(folders, folder, ':')) {
-        const auto candidate = std::filesystem::path(folder) / name;
-        if (::access(candidate.c_str(), X_OK) == 0) {
-            return candidate;
-        }
-    }
-    return std::nullopt;
 }
 
 bool waitUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout) {

@@ -3,6 +3,8 @@
 // A program a test starts in the background (a server, a painting client) and ends when
 // the test is done.
 
+#include "support/run_program.h"
+
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -15,12 +17,14 @@ namespace orvelle::testing {
 
 class ChildProcess {
 public:
-    // Starts the program with the test's environment plus `environment`; output goes to
-    // the test's own stderr. `passFd`, when given, is handed to the child as that same
-    // descriptor number. Throws std::runtime_error when it cannot start.
+    // Starts the program with the test's environment plus `environment` (an empty value
+    // removes a variable); output goes to the test's own stderr, or appended to `log`.
+    // `passFd`, when given, is handed to the child as that same descriptor number. Throws
+    // std::runtime_error when it cannot start.
     ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                  const std::map<std::string, std::string>& environment = {},
-                 std::optional<int> passFd = std::nullopt);
+                 std::optional<int> passFd = std::nullopt,
+                 const std::optional<std::filesystem::path>& log = std::nullopt);
     // Ends the child (SIGTERM, then SIGKILL after a grace period) unless it has ended.
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
@@ -38,9 +42,6 @@ private:
     int pid_ = -1;
     std::optional<int> status_;
 };
-
-// Finds a program on PATH; absent when it is not installed.
-std::optional<std::filesystem::path> findProgram(const std::string& name);
 
 // Waits until the predicate holds, polling; false on time-out.
 bool waitUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout);

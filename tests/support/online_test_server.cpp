@@ -57,6 +57,16 @@ void OnlineTestServer::writeClientFile(const std::filesystem::path& file) const 
     writeTextFile(file, client.dump(2));
 }
 
+std::map<std::string, std::string>
+OnlineTestServer::programEnvironment(const std::filesystem::path& dataHome) const {
+    writeClientFile(dataHome / "Orvelle" / "google-oauth-client.json");
+    return {{"ORVELLE_YOUTUBE_UPLOAD_URL", url("")},
+            {"ORVELLE_MUSIC_LIBRARY_URL", url("/v1/")},
+            {"BROWSER", "curl -sS -L -o /dev/null"},
+            {"XDG_CURRENT_DESKTOP", ""},
+            {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (dataHome / "no-bus").string()}};
+}
+
 std::string OnlineTestServer::browse(const std::string& url) {
     HttpRequest request;
     request.url = url;

@@ -9,6 +9,7 @@
 #include "support/http_test_server.h"
 
 #include <filesystem>
+#include <map>
 #include <string>
 
 namespace orvelle::testing {
@@ -30,6 +31,13 @@ public:
 
     // A Google OAuth client file ("installed") whose endpoints are this server's.
     void writeClientFile(const std::filesystem::path& file) const;
+
+    // Points the program at these stand-ins: writes the client file where it looks for it
+    // under `dataHome` (its XDG_DATA_HOME), and returns the environment that sends uploads
+    // and music searches here, opens the browser as curl, and leaves no desktop and no
+    // session bus (so that credentials go to private files).
+    std::map<std::string, std::string>
+    programEnvironment(const std::filesystem::path& dataHome) const;
 
     // What a browser does with the consent page's address: follow it and its redirect.
     // Returns the page the loopback listener answered with.

@@ -27,8 +27,6 @@ public:
     const std::string& busAddress() const { return busAddress_; }
     // DBUS_SESSION_BUS_ADDRESS for a program that should use this service.
     std::map<std::string, std::string> environment() const;
-    // Where the keyring keeps its files.
-    std::filesystem::path keyringFolder() const { return home_ / "data/keyrings"; }
 
 private:
     TemporaryDirectory home_;

@@ -49,13 +49,6 @@ std::vector<pid_t> livingProcessesInGroup(pid_t group) {
     return result;
 }
 
-bool processIsAlive(pid_t pid) {
-    char state = 0;
-    pid_t group = 0;
-    return readStat(fs::path("/proc") / std::to_string(pid) / "stat", state, group) &&
-           state != 'Z' && state != 'X';
-}
-
 void writeExecutableScript(const fs::path& path, std::string_view text) {
     writeTextFile(path, text);
     fs::permissions(path, fs::perms::owner_all | fs::perms::group_read | fs::perms::others_read);

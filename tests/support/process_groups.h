@@ -15,9 +15,6 @@ namespace orvelle::testing {
 // containers, count as gone), from /proc.
 std::vector<pid_t> livingProcessesInGroup(pid_t group);
 
-// Whether a process is alive (not a zombie), from /proc.
-bool processIsAlive(pid_t pid);
-
 // Writes an executable script (the text starts with its #! line).
 void writeExecutableScript(const std::filesystem::path& path, std::string_view text);
 

@@ -1,5 +1,6 @@
 #include "support/run_program.h"
 
+#include "core/files.h"
 #include "support/temporary_directory.h"
 
 #include <fcntl.h>
@@ -7,8 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 
@@ -16,16 +17,45 @@ extern char** environ;
 
 namespace orvelle::testing {
 
-namespace {
-
-std::string readWhole(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return std::move(text).str();
+ProgramLaunch::ProgramLaunch(const std::filesystem::path& program,
+                             const std::vector<std::string>& arguments,
+                             const std::map<std::string, std::string>& environment) {
+    words.push_back(program.string());
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::map<std::string, std::string> merged;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string text = *entry;
+        const auto equals = text.find('=');
+        merged[text.substr(0, equals)] = equals == std::string::npos ? "" : text.substr(equals + 1);
+    }
+    for (const auto& [key, value] : environment) {
+        merged[key] = value;
+    }
+    for (const auto& [key, value] : merged) {
+        if (!value.empty()) {
+            pairs.push_back(key + "=" + value);
+        }
+    }
+    for (auto* list : {&words, &pairs}) {
+        auto& pointers = list == &words ? argv : envp;
+        for (auto& text : *list) {
+            pointers.push_back(text.data());
+        }
+        pointers.push_back(nullptr);
+    }
 }
 
-} // namespace
+std::optional<std::filesystem::path> findProgram(const std::string& name) {
+    const char* path = std::getenv("PATH");
+    std::istringstream folders(path != nullptr ? path : "/usr/bin:/bin");
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        const auto candidate = std::filesystem::path(folder) / name;
+        if (::access(candidate.c_str(), X_OK) == 0) {
+            return candidate;
+        }
+    }
+    return std::nullopt;
+}
 
 ProgramResult runProgram(const std::filesystem::path& program,
                          const std::vector<std::string>& arguments,
@@ -42,33 +72,7 @@ ProgramResult runProgram(const std::filesystem::path& program,
     const auto outPath = folder / "out";
     const auto errPath = folder / "err";
 
-    std::vector<std::string> words{program.string()};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (auto& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-
-    std::map<std::string, std::string> merged;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string text = *entry;
-        const auto equals = text.find('=');
-        merged[text.substr(0, equals)] = equals == std::string::npos ? "" : text.substr(equals + 1);
-    }
-    for (const auto& [key, value] : environment) {
-        merged[key] = value;
-    }
-    std::vector<std::string> pairs;
-    for (const auto& [key, value] : merged) {
-        pairs.push_back(key + "=" + value);
-    }
-    std::vector<char*> envp;
-    for (auto& pair : pairs) {
-        envp.push_back(pair.data());
-    }
-    envp.push_back(nullptr);
-
+    ProgramLaunch launch(program, arguments, environment);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -77,7 +81,8 @@ ProgramResult runProgram(const std::filesystem::path& program,
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(),
                                      O_WRONLY | O_CREAT | O_TRUNC, 0644);
     pid_t pid = 0;
-    const int spawned = ::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
+    const int spawned = ::posix_spawn(&pid, launch.argv[0], &actions, nullptr, launch.argv.data(),
+                                      launch.envp.data());
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) {
         throw std::runtime_error("could not run " + program.string() + ": " +
@@ -94,8 +99,8 @@ ProgramResult runProgram(const std::filesystem::path& program,
     }
     ProgramResult result;
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.out = readWhole(outPath);
-    result.err = readWhole(errPath);
+    result.out = readFile(outPath);
+    result.err = readFile(errPath);
     return result;
 }
 

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,23 @@ ProgramResult runProgram(const std::filesystem::path& program,
                          const std::vector<std::string>& arguments,
                          const std::map<std::string, std::string>& environment,
                          const std::function<void(int processID)>& whileRunning);
+
+// A program's command line and the test's environment with `environment` laid over it (an
+// empty value removes a variable), as execve takes them.
+struct ProgramLaunch {
+    ProgramLaunch(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                  const std::map<std::string, std::string>& environment);
+    ProgramLaunch(const ProgramLaunch&) = delete;
+    ProgramLaunch& operator=(const ProgramLaunch&) = delete;
+
+    std::vector<std::string> words;
+    std::vector<std::string> pairs;
+    std::vector<char*> argv; // null-terminated, into `words`
+    std::vector<char*> envp; // null-terminated, into `pairs`
+};
+
+// Finds a program on PATH; absent when it is not installed.
+std::optional<std::filesystem::path> findProgram(const std::string& name);
 
 // The `orvelle` binary of this build tree.
 std::filesystem::path orvelleBinary();

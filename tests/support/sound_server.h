@@ -7,12 +7,12 @@
 // process, and every program the test starts, plays into it and nowhere else. What the sink plays
 // can be recorded from its monitor.
 
+#include "support/child_process.h"
 #include "support/temporary_directory.h"
-
-#include <sys/types.h>
 
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -42,13 +42,18 @@ public:
     std::vector<float> stopRecording();
 
 private:
+    // Starts a program of the sound server's found on PATH, its output in `log`.
+    std::unique_ptr<ChildProcess> start(const std::vector<std::string>& words,
+                                        const std::string& log,
+                                        const std::map<std::string, std::string>& environment = {});
+
     TemporaryDirectory folder_;
     std::string address_;
-    pid_t daemon_ = -1;
-    pid_t keeper_ = -1;
-    pid_t recorder_ = -1;
-    pid_t voiceKeeper_ = -1;
-    std::vector<pid_t> players_;
+    std::unique_ptr<ChildProcess> daemon_;
+    std::unique_ptr<ChildProcess> keeper_;
+    std::unique_ptr<ChildProcess> recorder_;
+    std::unique_ptr<ChildProcess> voiceKeeper_;
+    std::vector<std::unique_ptr<ChildProcess>> players_;
     std::optional<std::string> previousServer_;
 };
 

@@ -1,5 +1,6 @@
 #include "support/test_media.h"
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
@@ -104,6 +105,26 @@ void writeAudioFile(const std::filesystem::path& path, const std::vector<float>&
     AudioFileWriter writer(path, *container, settings);
     writer.append(samples.data(), samples.size() / static_cast<size_t>(format.channelCount));
     writer.finish();
+}
+
+double rootMeanSquare(const std::vector<float>& samples) {
+    return rootMeanSquare(samples, 1, 1, 0, static_cast<double>(samples.size()));
+}
+
+double rootMeanSquare(const std::vector<float>& samples, int channels, int sampleRate, double from,
+                      double to) {
+    const auto frame = [&](double seconds) {
+        return std::min(samples.size(),
+                        static_cast<size_t>(std::max(0.0, std::round(seconds * sampleRate))) *
+                            static_cast<size_t>(channels));
+    };
+    const size_t first = frame(from);
+    const size_t last = frame(to);
+    double sum = 0;
+    for (size_t i = first; i < last; ++i) {
+        sum += static_cast<double>(samples[i]) * samples[i];
+    }
+    return last > first ? std::sqrt(sum / static_cast<double>(last - first)) : 0;
 }
 
 double estimateFrequency(const std::vector<float>& samples, int sampleRate, int channels) {

@@ -39,6 +39,12 @@ std::vector<float> sineTone(double frequency, double seconds, int sampleRate, in
 void writeAudioFile(const std::filesystem::path& path, const std::vector<float>& samples,
                     AudioFormat format, WavSampleFormat wavFormat = WavSampleFormat::float32);
 
+// The root mean square of interleaved samples: all of them, or the frames from `from` to `to`
+// seconds at `sampleRate`.
+double rootMeanSquare(const std::vector<float>& samples);
+double rootMeanSquare(const std::vector<float>& samples, int channels, int sampleRate, double from,
+                      double to);
+
 // The frequency of a tone from its zero crossings (mono or the first channel).
 double estimateFrequency(const std::vector<float>& samples, int sampleRate, int channels);
 

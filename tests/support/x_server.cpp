@@ -62,4 +62,45 @@ std::string XvfbServer::xdotool(const std::vector<std::string>& arguments) const
     return result.out;
 }
 
+std::string XvfbServer::findWindow(const std::string& namePattern,
+                                   std::chrono::milliseconds wait) const {
+    std::string window;
+    waitUntil(
+        [&] {
+            try {
+                const std::string found =
+                    xdotool({"search", "--onlyvisible", "--name", namePattern});
+                window = found.substr(0, found.find('\n'));
+                return !window.empty();
+            } catch (const std::runtime_error&) {
+                return false; // not yet
+            }
+        },
+        wait);
+    return window;
+}
+
+void XvfbServer::key(const std::string& window, const std::vector<std::string>& keys,
+                     int delayMilliseconds) const {
+    xdotool({"windowfocus", "--sync", window});
+    std::vector<std::string> arguments{"key", "--delay", std::to_string(delayMilliseconds)};
+    arguments.insert(arguments.end(), keys.begin(), keys.end());
+    xdotool(arguments);
+}
+
+std::map<std::string, std::string>
+XvfbServer::applicationEnvironment(const std::filesystem::path& folder) const {
+    auto environment = this->environment();
+    environment["QT_QPA_PLATFORM"] = "xcb";
+    environment["XDG_CONFIG_HOME"] = (folder / "config").string();
+    environment["XDG_DATA_HOME"] = (folder / "data").string();
+    environment["XDG_CACHE_HOME"] = (folder / "cache").string();
+    environment["XDG_RUNTIME_DIR"] = (folder / "runtime").string();
+    environment["HOME"] = (folder / "home").string();
+    std::filesystem::create_directories(folder / "runtime");
+    std::filesystem::permissions(folder / "runtime", std::filesystem::perms::owner_all,
+                                 std::filesystem::perm_options::replace);
+    return environment;
+}
+
 } // namespace orvelle::testing

@@ -1,3 +1,4 @@
+#include "support/thrown.h"
 #include "timeline/animation_clip.h"
 
 #include <gtest/gtest.h>
@@ -43,12 +44,10 @@ TEST(AnimationClipJson, RoundTripsEveryField) {
 TEST(AnimationClipJson, UnknownZoomModeNamesKeyAndValue) {
     Json json = minimalClip();
     json["zoomMode"] = "sideways";
-    try {
-        decodeJson<AnimationClip>(json, JsonDecodeContext{}.key("zoomClips").index(0));
-        FAIL();
-    } catch (const JsonDecodeError& error) {
-        EXPECT_STREQ(error.what(), "zoomClips[0].zoomMode: unknown value \"sideways\"");
-    }
+    EXPECT_EQ(testing::messageOf<JsonDecodeError>([&] {
+                  decodeJson<AnimationClip>(json, JsonDecodeContext{}.key("zoomClips").index(0));
+              }),
+              "zoomClips[0].zoomMode: unknown value \"sideways\"");
 }
 
 TEST(AnimationClipTilt, ReadsIntoRange) {

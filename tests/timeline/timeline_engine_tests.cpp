@@ -1,3 +1,4 @@
+#include "support/timeline_builders.h"
 #include "timeline/resolved_edit_timeline.h"
 #include "timeline/timeline_engine.h"
 
@@ -12,18 +13,8 @@ namespace {
 constexpr double kMinimum = kMinimumTimelineClipDuration;
 constexpr double kEps = kTimelineBoundaryEpsilon;
 
-TimelineClip clip(double start, double end, double speed = 1.0) {
-    TimelineClip result;
-    result.id = Uuid::random();
-    result.start = SourceTime(start);
-    result.end = SourceTime(end);
-    result.speed = speed;
-    return result;
-}
-
-DeletedTimelineGap gap(double start, double end) {
-    return {Uuid::random(), SourceTime(start), SourceTime(end)};
-}
+using testing::clip;
+using testing::gap;
 
 TimelineState state(std::vector<TimelineClip> clips, std::vector<DeletedTimelineGap> gaps = {},
                     double duration = 30) {

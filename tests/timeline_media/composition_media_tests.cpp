@@ -5,6 +5,7 @@
 #include "platform/media/time_stretcher.h"
 #include "support/temporary_directory.h"
 #include "support/test_media.h"
+#include "support/timeline_builders.h"
 #include "timeline_media/composition_audio_mixer.h"
 #include "timeline_media/composition_video_reader.h"
 #include "timeline_media/noise_reduction_cache.h"
@@ -20,21 +21,14 @@
 namespace orvelle {
 namespace {
 
+using testing::clip;
+
 using testing::estimateFrequency;
 using testing::sineTone;
 using testing::TemporaryDirectory;
 using testing::writeAudioFile;
 
 constexpr int rate = CompositionAudioMixer::kSampleRate;
-
-TimelineClip clip(double start, double end, double speed = 1.0) {
-    TimelineClip value;
-    value.id = Uuid::random();
-    value.start = SourceTime(start);
-    value.end = SourceTime(end);
-    value.speed = speed;
-    return value;
-}
 
 std::vector<float> render(CompositionAudioMixer& mixer, int64_t start, size_t count) {
     std::vector<float> samples(count * 2);

@@ -1,6 +1,7 @@
 // Planning an edit's composition: insertions under clips, splice plans at cuts, music
 // loops, the tracks of a whole composition. No files: sources are made by hand.
 
+#include "support/timeline_builders.h"
 #include "timeline_media/segment_timeline_planner.h"
 #include "timeline_media/timeline_composition.h"
 
@@ -13,14 +14,7 @@
 namespace orvelle {
 namespace {
 
-TimelineClip clip(double start, double end, double speed = 1.0) {
-    TimelineClip value;
-    value.id = Uuid::random();
-    value.start = SourceTime(start);
-    value.end = SourceTime(end);
-    value.speed = speed;
-    return value;
-}
+using testing::clip;
 
 SegmentTimelineSource<int> segment(int media, double programStart, double programEnd,
                                    double mediaStart, double mediaDuration) {

@@ -1,5 +1,6 @@
 // Speech found by level, and the music's envelope over an edit.
 
+#include "support/timeline_builders.h"
 #include "timeline_media/timeline_composition.h"
 #include "timeline_media/voice_activity_detector.h"
 
@@ -8,16 +9,9 @@
 namespace orvelle {
 namespace {
 
-using namespace TimelineComposition;
+using testing::clip;
 
-TimelineClip clip(double start, double end, double speed = 1.0) {
-    TimelineClip value;
-    value.id = Uuid::random();
-    value.start = SourceTime(start);
-    value.end = SourceTime(end);
-    value.speed = speed;
-    return value;
-}
+using namespace TimelineComposition;
 
 TimelineClip duckingClip(double start, double end, std::optional<double> musicVolume) {
     TimelineClip value = clip(start, end);

@@ -4,6 +4,8 @@
 #include "core/cancellation.h"
 #include "support/temporary_directory.h"
 #include "support/test_media.h"
+#include "support/thrown.h"
+#include "support/timeline_builders.h"
 #include "support/tiny_take.h"
 #include "timeline_media/render_composition.h"
 
@@ -14,19 +16,12 @@
 namespace orvelle {
 namespace {
 
+using testing::clip;
+
 using RenderComposition::addClickAudioTracks;
 using RenderComposition::mergedCameraRanges;
 using RenderComposition::playableClickEditTimes;
 using RenderComposition::videoInstructions;
-
-TimelineClip clip(double start, double end, double speed = 1.0) {
-    TimelineClip value;
-    value.id = Uuid::random();
-    value.start = SourceTime(start);
-    value.end = SourceTime(end);
-    value.speed = speed;
-    return value;
-}
 
 ResolvedEditTimeline timeline(std::vector<TimelineClip> clips, double sourceDuration) {
     return ResolvedEditTimeline(std::move(clips), {}, SourceTime(sourceDuration));
@@ -174,13 +169,6 @@ TEST(MergedCameraRanges, ClampsSortsAndJoinsTouchingRanges) {
     EXPECT_TRUE(mergedCameraRanges({{3000, 100}, {-200, 100}}, 2400).empty());
 }
 
-TEST(VideoInstructions, OneForAllWithoutACamera) {
-    const auto instructions = videoInstructions(606, 1, nullptr);
-    ASSERT_EQ(instructions.size(), 1u);
-    EXPECT_EQ(instructions[0].timeRange, (MediaTimeRange{0, 606}));
-    EXPECT_EQ(instructions[0].requiredSourceTrackIDs(), std::vector<int32_t>{1});
-}
-
 TEST(VideoInstructions, AlternateWhereTheCameraCoversPartOfTheTimeline) {
     CompositionTrack camera;
     camera.trackID = 2;
@@ -279,6 +267,8 @@ TEST_F(RenderCompositionBuild, LaysOutScreenSoundAndClicksInEditTime) {
 
     ASSERT_EQ(output.instructions.size(), 1u);
     EXPECT_EQ(output.instructions[0].timeRange, MediaTimeRange::between(0, 1.6));
+    EXPECT_EQ(output.instructions[0].requiredSourceTrackIDs(),
+              std::vector<int32_t>{output.screenTrackID});
 
     // The resolver works on the same timeline: 0.7 s of the movie is 1.1 s of the take.
     ASSERT_TRUE(output.resolver);
@@ -329,31 +319,24 @@ TEST_F(RenderCompositionBuild, ACameraOverPartOfTheTakeAlternatesInstructions) {
     EXPECT_EQ(output.resolver->resolve(1.0).cameraNaturalSize, (Size{64, 48}));
 }
 
-TEST_F(RenderCompositionBuild, RefusesAnEmptyTimelineAndATakeWithoutItsScreen) {
+TEST_F(RenderCompositionBuild, RefusesAnEmptyTimelineAndATakeWithoutItsScreenAndStops) {
     const auto take = testing::writeTinyTake(directory / "take");
     const auto code = [&](const RenderExportSettings& settings) {
-        try {
-            RenderComposition::build(settings, resources());
-        } catch (const RenderExportError& error) {
-            return std::optional(error.code());
-        }
-        return std::optional<RenderExportErrorCode>();
+        const auto error = testing::thrown<RenderExportError>(
+            [&] { RenderComposition::build(settings, resources()); });
+        return error ? std::optional(error->code()) : std::nullopt;
     };
     EXPECT_EQ(code(settingsFor(take, {})), RenderExportErrorCode::emptyTimeline);
     EXPECT_EQ(code(settingsFor(take, {clip(1, 1)})), RenderExportErrorCode::emptyTimeline);
     // Clips past the take's end are held to it and then have no length.
     EXPECT_EQ(code(settingsFor(take, {clip(5, 6)})), RenderExportErrorCode::emptyTimeline);
-    std::filesystem::remove(take.screenURL);
-    EXPECT_EQ(code(settingsFor(take, {clip(0, 2)})), RenderExportErrorCode::missingVideoTrack);
-}
-
-TEST_F(RenderCompositionBuild, StopsWhenCancelled) {
-    const auto take = testing::writeTinyTake(directory / "take");
     std::stop_source stop;
     stop.request_stop();
     EXPECT_THROW(
         RenderComposition::build(settingsFor(take, {clip(0, 2)}), resources(), stop.get_token()),
         CancellationError);
+    std::filesystem::remove(take.screenURL);
+    EXPECT_EQ(code(settingsFor(take, {clip(0, 2)})), RenderExportErrorCode::missingVideoTrack);
 }
 
 } // namespace

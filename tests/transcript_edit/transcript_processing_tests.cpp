@@ -7,6 +7,7 @@
 #include "speech/transcript/transcript_output_writer.h"
 #include "support/spoken_take.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 #include "transcript_edit/editor_transcript_store.h"
 #include "transcript_edit/transcript_processing.h"
 
@@ -80,12 +81,10 @@ TEST(EditorTranscriptStoreTest, OpensTheNewestFormThereIsAndSavesAllThree) {
 
     // A corrupt editor file is an error that names it, not a silent fall back.
     testing::writeTextFile(folder / "Take.transcript.editor.json", R"({"analysis": 3})");
-    try {
-        EditorTranscriptStore::load(screen);
-        FAIL() << "a corrupt transcript opened";
-    } catch (const JsonDecodeError& error) {
-        EXPECT_NE(std::string(error.what()).find("Take.transcript.editor.json"), std::string::npos)
-            << error.what();
+    if (const auto error =
+            testing::thrown<JsonDecodeError>([&] { EditorTranscriptStore::load(screen); })) {
+        EXPECT_NE(std::string(error->what()).find("Take.transcript.editor.json"), std::string::npos)
+            << error->what();
     }
 }
 
@@ -205,11 +204,9 @@ TEST_F(EditorTranscriptPipelineTest, OnlyTheFirstPassCanFailTheRun) {
     // No microphone at all.
     const auto silentTake = testing::writeTinyTake(folder / "mute", {.withMicrophone = false});
     const EditorDocument mute = EditorDocument::load(silentTake.screenURL);
-    try {
-        run(mute, options());
-        FAIL() << "a take without a microphone was transcribed";
-    } catch (const EditorTranscriptServiceError& error) {
-        EXPECT_EQ(error.code(), EditorTranscriptServiceErrorCode::missingAudio);
+    if (const auto error =
+            testing::thrown<EditorTranscriptServiceError>([&] { run(mute, options()); })) {
+        EXPECT_EQ(error->code(), EditorTranscriptServiceErrorCode::missingAudio);
     }
     EXPECT_FALSE(EditorTranscriptStore::load(mute));
 

@@ -3,6 +3,7 @@
 #include "platform/audio/audio_output.h"
 #include "support/sound_server.h"
 #include "support/test_media.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -100,12 +101,10 @@ TEST(AudioInput, RecordsWhatTheSpeakersPlayWithTimesThatFollowTheSamples) {
 TEST(AudioInput, RefusalsAndAServerThatGoesAwaySayWhatHappened) {
     auto server = std::make_unique<testing::PrivateSoundServer>();
     AudioInput unknown(AudioInputOptions{"no-such-source"});
-    try {
-        unknown.start([](const float*, size_t, double) {});
-        ADD_FAILURE() << "recorded from a source that is not there";
-    } catch (const AudioInputError& error) {
-        EXPECT_NE(std::string(error.what()).find("\"no-such-source\""), std::string::npos)
-            << error.what();
+    if (const auto error = testing::thrown<AudioInputError>(
+            [&] { unknown.start([](const float*, size_t, double) {}); })) {
+        EXPECT_NE(std::string(error->what()).find("\"no-such-source\""), std::string::npos)
+            << error->what();
     }
     EXPECT_FALSE(unknown.isRunning());
 
@@ -124,11 +123,8 @@ TEST(AudioInput, RefusalsAndAServerThatGoesAwaySayWhatHappened) {
 
     // No server at all.
     ::setenv("PULSE_SERVER", "unix:/nonexistent/orvelle-test/pulse.sock", 1);
-    try {
-        AudioInput nowhere;
-        ADD_FAILURE() << "connected to nothing";
-    } catch (const AudioInputError& error) {
-        EXPECT_NE(std::string(error.what()).find("PULSE_SERVER"), std::string::npos);
+    if (const auto error = testing::thrown<AudioInputError>([&] { AudioInput nowhere; })) {
+        EXPECT_NE(std::string(error->what()).find("PULSE_SERVER"), std::string::npos);
     }
     ::unsetenv("PULSE_SERVER");
 }

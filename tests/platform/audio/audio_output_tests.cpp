@@ -1,6 +1,7 @@
 #include "platform/audio/audio_output.h"
 #include "support/sound_server.h"
 #include "support/test_media.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -70,13 +71,10 @@ TEST(AudioOutput, SaysWhatToDoWhenThereIsNoSoundServer) {
     const char* previous = std::getenv("PULSE_SERVER");
     const std::string saved = previous != nullptr ? previous : "";
     ::setenv("PULSE_SERVER", "unix:/nonexistent/orvelle-test/pulse.sock", 1);
-    try {
-        AudioOutput output;
-        FAIL() << "connected to nothing";
-    } catch (const AudioOutputError& error) {
-        EXPECT_NE(std::string(error.what()).find("No sound server could be reached"),
+    if (const auto error = testing::thrown<AudioOutputError>([&] { AudioOutput output; })) {
+        EXPECT_NE(std::string(error->what()).find("No sound server could be reached"),
                   std::string::npos);
-        EXPECT_NE(std::string(error.what()).find("PULSE_SERVER"), std::string::npos);
+        EXPECT_NE(std::string(error->what()).find("PULSE_SERVER"), std::string::npos);
     }
     if (previous != nullptr) {
         ::setenv("PULSE_SERVER", saved.c_str(), 1);

@@ -8,6 +8,7 @@
 #include "platform/http/http.h"
 #include "support/http_test_server.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -93,11 +94,9 @@ TEST_F(HttpTest, DownloadsResumeWhereAPartialFileEnds) {
     const auto target = folder / "downloads/blob.bin";
     const size_t size = 3'000'000;
     // The connection breaks after 1 MB: what arrived stays for the next try.
-    try {
-        downloadHttpFile({.url = server.url("/blob/3000000?drop=1000000")}, target);
-        ADD_FAILURE() << "the broken transfer succeeded";
-    } catch (const HttpError& error) {
-        EXPECT_EQ(error.code(), HttpErrorCode::transferFailed);
+    if (const auto error = testing::thrown<HttpError>(
+            [&] { downloadHttpFile({.url = server.url("/blob/3000000?drop=1000000")}, target); })) {
+        EXPECT_EQ(error->code(), HttpErrorCode::transferFailed);
     }
     ASSERT_EQ(std::filesystem::file_size(target), 1'000'000u);
 
@@ -131,24 +130,20 @@ TEST_F(HttpTest, DownloadsResumeWhereAPartialFileEnds) {
 TEST_F(HttpTest, AFailedDownloadLeavesTheFileAndSaysWhy) {
     const auto target = folder / "kept.bin";
     testing::writeTextFile(target, "partial");
-    try {
-        downloadHttpFile({.url = server.url("/status/403")}, target);
-        ADD_FAILURE() << "a 403 succeeded";
-    } catch (const HttpError& error) {
-        EXPECT_EQ(error.code(), HttpErrorCode::unexpectedStatus);
-        EXPECT_EQ(error.status(), 403);
-        EXPECT_NE(std::string(error.what()).find("answered 403"), std::string::npos);
+    if (const auto error = testing::thrown<HttpError>(
+            [&] { downloadHttpFile({.url = server.url("/status/403")}, target); })) {
+        EXPECT_EQ(error->code(), HttpErrorCode::unexpectedStatus);
+        EXPECT_EQ(error->status(), 403);
+        EXPECT_NE(std::string(error->what()).find("answered 403"), std::string::npos);
     }
     EXPECT_EQ(readFile(target), "partial");
 }
 
 TEST_F(HttpTest, TimeOutsCancellationAndUnreachableServers) {
     const auto start = std::chrono::steady_clock::now();
-    try {
-        sendHttpRequest({.url = server.url("/blob/10?stall=20"), .timeout = 500ms});
-        ADD_FAILURE() << "no time-out";
-    } catch (const HttpError& error) {
-        EXPECT_EQ(error.code(), HttpErrorCode::timedOut);
+    if (const auto error = testing::thrown<HttpError>(
+            [&] { sendHttpRequest({.url = server.url("/blob/10?stall=20"), .timeout = 500ms}); })) {
+        EXPECT_EQ(error->code(), HttpErrorCode::timedOut);
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
 
@@ -167,17 +162,14 @@ TEST_F(HttpTest, TimeOutsCancellationAndUnreachableServers) {
         HttpTestServer gone;
         closedPort = gone.port();
     }
-    try {
-        sendHttpRequest({.url = "http://127.0.0.1:" + std::to_string(closedPort) + "/echo"});
-        ADD_FAILURE() << "connected to nobody";
-    } catch (const HttpError& error) {
-        EXPECT_EQ(error.code(), HttpErrorCode::couldNotConnect);
+    if (const auto error = testing::thrown<HttpError>([&] {
+            sendHttpRequest({.url = "http://127.0.0.1:" + std::to_string(closedPort) + "/echo"});
+        })) {
+        EXPECT_EQ(error->code(), HttpErrorCode::couldNotConnect);
     }
-    try {
-        sendHttpRequest({.url = "nope://what"});
-        ADD_FAILURE() << "an unsupported scheme was accepted";
-    } catch (const HttpError& error) {
-        EXPECT_EQ(error.code(), HttpErrorCode::invalidRequest);
+    if (const auto error =
+            testing::thrown<HttpError>([&] { sendHttpRequest({.url = "nope://what"}); })) {
+        EXPECT_EQ(error->code(), HttpErrorCode::invalidRequest);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "platform/image/bitmap.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -47,12 +48,10 @@ TEST(BitmapPNG, RoundTripKeepsEveryPixel) {
 
 TEST(BitmapPNG, ErrorsNameTheFileAndLeaveTheOldOneAlone) {
     TemporaryDirectory folder;
-    try {
-        readPNG(folder.path() / "missing.png");
-        FAIL() << "no error";
-    } catch (const ImageFileError& error) {
-        EXPECT_NE(std::string(error.what()).find("missing.png"), std::string::npos);
-        EXPECT_NE(std::string(error.what()).find("does not exist"), std::string::npos);
+    if (const auto error =
+            testing::thrown<ImageFileError>([&] { readPNG(folder.path() / "missing.png"); })) {
+        EXPECT_NE(std::string(error->what()).find("missing.png"), std::string::npos);
+        EXPECT_NE(std::string(error->what()).find("does not exist"), std::string::npos);
     }
     const auto garbage = folder.path() / "garbage.png";
     std::ofstream(garbage) << "not a picture";

@@ -1,5 +1,6 @@
 #include "platform/onnx/onnx_session.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -126,14 +127,7 @@ TEST(OnnxSession, OneSessionRunsOnSeveralThreadsAtOnce) {
 }
 
 TEST(OnnxSession, FailuresSayWhatAndWhere) {
-    const auto message = [](const auto& action) -> std::string {
-        try {
-            action();
-        } catch (const OnnxError& error) {
-            return error.what();
-        }
-        return "no error";
-    };
+    const auto message = [](const auto& action) { return testing::messageOf<OnnxError>(action); };
     const testing::TemporaryDirectory folder;
     testing::writeTextFile(folder / "broken.onnx", "not a model");
     EXPECT_NE(message([&] {

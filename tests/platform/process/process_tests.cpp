@@ -5,6 +5,7 @@
 #include "platform/process/process.h"
 #include "support/process_groups.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -121,13 +122,11 @@ TEST(ProcessTest, LaunchFailuresSayWhy) {
     for (const auto& each :
          {Case{folder / "missing", "No such file or directory"},
           Case{folder / "script", "Permission denied"}, Case{folder.path(), "Permission denied"}}) {
-        try {
-            runProcess(each.program, {});
-            ADD_FAILURE() << each.program;
-        } catch (const ProcessError& error) {
-            EXPECT_EQ(error.code(), ProcessErrorCode::launchFailed);
-            EXPECT_EQ(error.reason(), each.reason);
-            EXPECT_NE(std::string(error.what()).find(each.program.string()), std::string::npos);
+        if (const auto error =
+                testing::thrown<ProcessError>([&] { runProcess(each.program, {}); })) {
+            EXPECT_EQ(error->code(), ProcessErrorCode::launchFailed);
+            EXPECT_EQ(error->reason(), each.reason);
+            EXPECT_NE(std::string(error->what()).find(each.program.string()), std::string::npos);
         }
     }
     EXPECT_TRUE(HelperProcessRegistry::trackedProcesses().empty());
@@ -157,12 +156,10 @@ TEST(ProcessTest, TimeOutCancellationAndOutputLimitStopTheWholeGroup) {
         std::string output;
         options.onOutput = [&](std::string_view piece) { output += piece; };
         const auto start = Clock::now();
-        try {
-            runProcess(folder / "hang", options);
-            ADD_FAILURE() << "no time-out";
-        } catch (const ProcessError& error) {
-            EXPECT_EQ(error.code(), ProcessErrorCode::timedOut);
-            EXPECT_STREQ(error.what(), "hang did not finish within 0.3 s and was stopped.");
+        if (const auto error =
+                testing::thrown<ProcessError>([&] { runProcess(folder / "hang", options); })) {
+            EXPECT_EQ(error->code(), ProcessErrorCode::timedOut);
+            EXPECT_STREQ(error->what(), "hang did not finish within 0.3 s and was stopped.");
         }
         expectStopped("time-out", start, firstLineAsPid(output));
     }
@@ -194,12 +191,10 @@ TEST(ProcessTest, TimeOutCancellationAndOutputLimitStopTheWholeGroup) {
             }
         };
         const auto start = Clock::now();
-        try {
-            runProcess(folder / "flood", options);
-            ADD_FAILURE() << "no output limit";
-        } catch (const ProcessError& error) {
-            EXPECT_EQ(error.code(), ProcessErrorCode::outputLimitExceeded);
-            EXPECT_STREQ(error.what(),
+        if (const auto error =
+                testing::thrown<ProcessError>([&] { runProcess(folder / "flood", options); })) {
+            EXPECT_EQ(error->code(), ProcessErrorCode::outputLimitExceeded);
+            EXPECT_STREQ(error->what(),
                          "flood wrote more than 1.0 MB to its standard output and was stopped.");
         }
         expectStopped("output limit", start, firstLineAsPid(output));

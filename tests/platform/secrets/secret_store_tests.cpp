@@ -1,6 +1,7 @@
 #include "platform/secrets/secret_store.h"
 #include "support/private_secret_service.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -77,13 +78,12 @@ TEST(FileSecretStore, AnUnwritableFolderIsAClearError) {
     TemporaryDirectory home;
     testing::writeTextFile(home / "blocked", "a file where the folder should be");
     const auto store = openFileSecretStore(home / "blocked/Secrets");
-    try {
-        store->write({"orvelle.openverse", "audio-api"}, "key");
-        FAIL() << "writing under a file succeeded";
-    } catch (const SecretStoreError& error) {
-        EXPECT_NE(std::string(error.what()).find("Saving credentials failed (private file error"),
+    if (const auto error = testing::thrown<SecretStoreError>([&] {
+            store->write({"orvelle.openverse", "audio-api"}, "key");
+        })) {
+        EXPECT_NE(std::string(error->what()).find("Saving credentials failed (private file error"),
                   std::string::npos)
-            << error.what();
+            << error->what();
     }
 }
 

@@ -2,6 +2,7 @@
 #include "speech/align/alignment_engine.h"
 #include "speech/align/alignment_error.h"
 #include "speech/align/onnx_ctc_logits_provider.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -27,13 +28,8 @@ constexpr double kFrameTolerance = 0.065;
 // of the next word. The words of these tests have none.
 
 AlignmentError alignmentErrorOf(const std::function<void()>& run) {
-    try {
-        run();
-    } catch (const AlignmentError& error) {
-        return error;
-    }
-    ADD_FAILURE() << "no AlignmentError";
-    return AlignmentError(AlignmentErrorCode::noAlignableWords);
+    return testing::thrown<AlignmentError>(run).value_or(
+        AlignmentError(AlignmentErrorCode::noAlignableWords));
 }
 
 const AlignedWordTiming& timingOf(const AlignmentResult& result, const std::string& id) {
@@ -363,12 +359,9 @@ TEST(OnnxCTCLogitsProvider, RefusesOutputItCannotRead) {
          "raw audio input_shape does not declare a positive sample count"},
     };
     for (const auto& [run, reason] : table) {
-        try {
-            run();
-            ADD_FAILURE() << "no failure for " << reason;
-        } catch (const AlignmentError& error) {
-            EXPECT_EQ(error.code(), AlignmentErrorCode::malformedModelOutput);
-            EXPECT_EQ(error.detail(), reason);
+        if (const auto error = testing::thrown<AlignmentError>([&] { run(); })) {
+            EXPECT_EQ(error->code(), AlignmentErrorCode::malformedModelOutput);
+            EXPECT_EQ(error->detail(), reason);
         }
     }
 }

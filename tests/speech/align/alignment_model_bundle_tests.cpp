@@ -2,6 +2,7 @@
 #include "speech/align/alignment_error.h"
 #include "speech/align/alignment_model_bundle.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -58,13 +59,8 @@ std::string upperCase(std::string text) {
 }
 
 AlignmentError errorOf(const std::function<void()>& run) {
-    try {
-        run();
-    } catch (const AlignmentError& error) {
-        return error;
-    }
-    ADD_FAILURE() << "no AlignmentError";
-    return AlignmentError(AlignmentErrorCode::noAlignableWords);
+    return testing::thrown<AlignmentError>(run).value_or(
+        AlignmentError(AlignmentErrorCode::noAlignableWords));
 }
 
 TEST(Sha256, KnownDigests) {
@@ -104,23 +100,17 @@ TEST(AlignmentModelBundle, LoadFailures) {
     BundleFolder bundle;
     bundle.manifest["model"].erase("logits_output_name");
     bundle.write();
-    try {
-        bundle.load();
-        ADD_FAILURE() << "a manifest without its logits output loaded";
-    } catch (const JsonDecodeError& error) {
-        EXPECT_EQ(std::string(error.what()),
+    if (const auto error = testing::thrown<JsonDecodeError>([&] { bundle.load(); })) {
+        EXPECT_EQ(std::string(error->what()),
                   (bundle.folder / "model_manifest.json").string() +
                       ": model.logits_output_name: required key is missing");
     }
     writeTextFile(bundle.folder / "model_manifest.json", "{not json");
-    try {
-        bundle.load();
-        ADD_FAILURE() << "a broken manifest loaded";
-    } catch (const JsonDecodeError& error) {
+    if (const auto error = testing::thrown<JsonDecodeError>([&] { bundle.load(); })) {
         EXPECT_TRUE(
-            std::string(error.what())
+            std::string(error->what())
                 .starts_with((bundle.folder / "model_manifest.json").string() + ": not valid JSON"))
-            << error.what();
+            << error->what();
     }
 }
 
@@ -159,11 +149,9 @@ TEST(AlignmentModelBundle, OnlyTheKeysMarkedOptionalMayBeLeftOut) {
         return json;
     };
     for (const auto& key : required) {
-        try {
-            decodeJson<AlignmentModelManifest>(without(key));
-            ADD_FAILURE() << "decoded without " << key;
-        } catch (const JsonDecodeError& error) {
-            EXPECT_EQ(std::string(error.what()), key + ": required key is missing");
+        if (const auto error = testing::thrown<JsonDecodeError>(
+                [&] { decodeJson<AlignmentModelManifest>(without(key)); })) {
+            EXPECT_EQ(std::string(error->what()), key + ": required key is missing");
         }
     }
     for (const auto& key : optional) {

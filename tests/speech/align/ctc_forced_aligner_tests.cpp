@@ -1,5 +1,6 @@
 #include "speech/align/alignment_error.h"
 #include "speech/align/ctc_forced_aligner.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -33,13 +34,9 @@ CTCForcedAlignmentTarget target(std::vector<int> ids) {
 }
 
 std::string failureOf(const std::function<void()>& run) {
-    try {
-        run();
-    } catch (const AlignmentError& error) {
-        EXPECT_EQ(error.code(), AlignmentErrorCode::ctcAlignmentFailed);
-        return error.detail();
-    }
-    return "no failure";
+    const auto error = testing::thrown<AlignmentError>(run);
+    EXPECT_EQ(error ? error->code() : AlignmentErrorCode{}, AlignmentErrorCode::ctcAlignmentFailed);
+    return error ? error->detail() : "no failure";
 }
 
 TEST(CTCForcedAligner, OneTokenOnOneFrameEndsInTheTokenState) {

@@ -3,6 +3,7 @@
 #include "speech/align/ctc_transcript_normalizer.h"
 #include "speech/align/ctc_vocabulary.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -85,24 +86,15 @@ TEST(CTCNumberExpansion, SpellsOutEveryKindOfNumber) {
     }
 }
 
+// What the sentence table above does not reach: large, negative and extreme cardinals.
 TEST(CTCNumberExpansion, WordTables) {
     using namespace CTCNumberExpansion;
-    EXPECT_EQ(cardinalWords(0), "zero");
-    EXPECT_EQ(cardinalWords(15), "fifteen");
-    EXPECT_EQ(cardinalWords(40), "forty");
-    EXPECT_EQ(cardinalWords(99), "ninety nine");
-    EXPECT_EQ(cardinalWords(101), "one hundred one");
     EXPECT_EQ(cardinalWords(1'000'001), "one million one");
     EXPECT_EQ(cardinalWords(2'000'000'000'000), "two trillion");
     EXPECT_EQ(cardinalWords(-42), "minus forty two");
     EXPECT_EQ(cardinalWords(std::numeric_limits<std::int64_t>::min()).substr(0, 24),
               "minus nine million two h");
-    EXPECT_EQ(ordinalWords(1), "first");
-    EXPECT_EQ(ordinalWords(20), "twentieth");
-    EXPECT_EQ(ordinalWords(1000), "one thousandth");
     EXPECT_EQ(digitWords("4a2"), "four two");
-    EXPECT_EQ(yearWords(2009), "two thousand nine");
-    EXPECT_EQ(timeWords(12, 30), "twelve thirty");
 }
 
 TEST(CTCTranscriptNormalizer, NormalizedTextFoldsToLettersDigitsAndSingleBlanks) {
@@ -213,13 +205,11 @@ TEST(CTCVocabulary, LoadFailuresSayWhatIsWrong) {
         {R"(["a", "b"])", "blank token '<pad>' is missing from the vocabulary"},
     };
     for (const auto& [json, reason] : table) {
-        try {
-            CTCVocabulary::decode(json, metadata);
-            ADD_FAILURE() << json << " loaded";
-        } catch (const AlignmentError& error) {
-            EXPECT_EQ(error.code(), AlignmentErrorCode::tokenizationFailed);
-            EXPECT_EQ(error.detail(), reason) << json;
-            EXPECT_EQ(std::string(error.what()),
+        if (const auto error =
+                testing::thrown<AlignmentError>([&] { CTCVocabulary::decode(json, metadata); })) {
+            EXPECT_EQ(error->code(), AlignmentErrorCode::tokenizationFailed);
+            EXPECT_EQ(error->detail(), reason) << json;
+            EXPECT_EQ(std::string(error->what()),
                       "Transcript text could not be mapped to the timing model tokenizer: " +
                           reason);
         }
@@ -229,24 +219,15 @@ TEST(CTCVocabulary, LoadFailuresSayWhatIsWrong) {
 
 TEST(CTCVocabulary, AMissingFileIsAMissingVocabulary) {
     TemporaryDirectory folder;
-    try {
-        CTCVocabulary::load(folder / "vocab.json", characterMetadata());
-        FAIL() << "loaded a file that is not there";
-    } catch (const AlignmentError& error) {
-        EXPECT_EQ(error.code(), AlignmentErrorCode::missingVocabulary);
-        EXPECT_EQ(std::string(error.what()), "Precise word timing vocabulary was not found at " +
-                                                 (folder / "vocab.json").string());
+    if (const auto error = testing::thrown<AlignmentError>(
+            [&] { CTCVocabulary::load(folder / "vocab.json", characterMetadata()); })) {
+        EXPECT_EQ(error->code(), AlignmentErrorCode::missingVocabulary);
+        EXPECT_EQ(std::string(error->what()), "Precise word timing vocabulary was not found at " +
+                                                  (folder / "vocab.json").string());
     }
     writeTextFile(folder / "vocab.json", kCharacterVocabulary);
     EXPECT_EQ(CTCVocabulary::load(folder / "vocab.json", characterMetadata()).tokensByID.size(),
               32u);
-}
-
-TEST(CTCVocabulary, BlankIDFromTheManifestWinsOverTheToken) {
-    AlignmentTokenizerMetadata metadata = characterMetadata();
-    metadata.blankToken = "<not there>";
-    metadata.blankTokenID = 31;
-    EXPECT_EQ(CTCVocabulary::decode(kCharacterVocabulary, metadata).blankTokenID, 31);
 }
 
 TEST(CTCVocabulary, LooksTokensUpAsTheyAreThenUpperThenLowerCase) {
@@ -256,6 +237,11 @@ TEST(CTCVocabulary, LooksTokensUpAsTheyAreThenUpperThenLowerCase) {
     EXPECT_EQ(vocabulary.tokenID("X"), 2);
     EXPECT_EQ(vocabulary.tokenID("Ab"), 3);
     EXPECT_FALSE(vocabulary.tokenID("ab"));
+    // A blank id given by the manifest wins over its token.
+    AlignmentTokenizerMetadata metadata = characterMetadata();
+    metadata.blankToken = "<not there>";
+    metadata.blankTokenID = 31;
+    EXPECT_EQ(CTCVocabulary::decode(kCharacterVocabulary, metadata).blankTokenID, 31);
 }
 
 TEST(CTCVocabulary, MetaspaceComesFromTheManifestThenPreTokenizerThenDecoder) {

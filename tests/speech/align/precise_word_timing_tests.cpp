@@ -2,6 +2,7 @@
 #include "speech/align/alignment_error.h"
 #include "speech/align/precise_word_timing_alignment_service.h"
 #include "speech/transcript/orvelle_model_storage.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -78,19 +79,16 @@ TEST_F(PreciseWordTimingTest, SourceDurationCoversTheLastWord) {
 }
 
 TEST_F(PreciseWordTimingTest, RefusesMissingAudioAndEmptyTranscripts) {
-    try {
-        service_.alignTranscript(roughTranscript({{0, 1}}), folder_ / "gone.wav", 3.0);
-        FAIL() << "aligned without audio";
-    } catch (const PreciseWordTimingAlignmentError& error) {
-        EXPECT_EQ(error.code(), PreciseWordTimingAlignmentErrorCode::audioMissing);
-        EXPECT_NE(std::string(error.what()).find((folder_ / "gone.wav").string()),
+    if (const auto error = testing::thrown<PreciseWordTimingAlignmentError>([&] {
+            service_.alignTranscript(roughTranscript({{0, 1}}), folder_ / "gone.wav", 3.0);
+        })) {
+        EXPECT_EQ(error->code(), PreciseWordTimingAlignmentErrorCode::audioMissing);
+        EXPECT_NE(std::string(error->what()).find((folder_ / "gone.wav").string()),
                   std::string::npos);
     }
-    try {
-        service_.alignTranscript(roughTranscript({}), audio_, 3.0);
-        FAIL() << "aligned no words";
-    } catch (const PreciseWordTimingAlignmentError& error) {
-        EXPECT_EQ(error.code(), PreciseWordTimingAlignmentErrorCode::noWords);
+    if (const auto error = testing::thrown<PreciseWordTimingAlignmentError>(
+            [&] { service_.alignTranscript(roughTranscript({}), audio_, 3.0); })) {
+        EXPECT_EQ(error->code(), PreciseWordTimingAlignmentErrorCode::noWords);
     }
 }
 
@@ -111,12 +109,11 @@ TEST(PreciseWordTimingAlignmentService, BundleFromTheEnvironmentWhenItExists) {
     // Without a bundle installed the service says so.
     TemporaryDirectory take;
     writeBursts(take / "a.wav", 1.0, {{0.2, 0.5}});
-    try {
-        PreciseWordTimingAlignmentService(folder / "not installed")
-            .alignTranscript(roughTranscript({{0.1, 0.4}}), take / "a.wav", 1.0);
-        FAIL() << "aligned without a model";
-    } catch (const AlignmentError& error) {
-        EXPECT_EQ(error.code(), AlignmentErrorCode::modelBundleMissing);
+    if (const auto error = testing::thrown<AlignmentError>([&] {
+            PreciseWordTimingAlignmentService(folder / "not installed")
+                .alignTranscript(roughTranscript({{0.1, 0.4}}), take / "a.wav", 1.0);
+        })) {
+        EXPECT_EQ(error->code(), AlignmentErrorCode::modelBundleMissing);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "speech/runtime/greedy_tdt_decoder.h"
 #include "speech/runtime/parakeet_error.h"
+#include "support/thrown.h"
 #include "test_models.h"
 
 #include <gtest/gtest.h>
@@ -129,13 +130,11 @@ TEST(GreedyTDTDecoder, RejectsAnEncoderOutputOfAnotherRank) {
     EncoderOutput encoded = runner.runEncoder(features(80, 80));
     encoded.hiddenShape = {10, 8};
     DecoderWorker* worker = runner.acquireWorker();
-    try {
-        GreedyTDTDecoder::decode(encoded, *worker, 8192, runner.durations(), 10);
-        ADD_FAILURE() << "no error";
-    } catch (const ParakeetError& error) {
-        EXPECT_EQ(error.code(), ParakeetErrorCode::unexpectedOutputShape);
+    if (const auto error = testing::thrown<ParakeetError>(
+            [&] { GreedyTDTDecoder::decode(encoded, *worker, 8192, runner.durations(), 10); })) {
+        EXPECT_EQ(error->code(), ParakeetErrorCode::unexpectedOutputShape);
         EXPECT_STREQ(
-            error.what(),
+            error->what(),
             "Output \"encoder_hidden\" has unexpected shape [10, 8]; expected [1, T, hidden]");
     }
     runner.releaseWorker(worker);
@@ -150,12 +149,11 @@ TEST(ModelRunner, AModelThatIsNotItsPartIsRefusedWithItsTensors) {
         std::filesystem::copy_file(source / file, folder / file);
     }
     std::filesystem::copy_file(source / "decoder.onnx", folder / "joint.onnx");
-    try {
-        ModelRunner runner(ParakeetModelFolder::at(folder.path()), configuration(80));
-        ADD_FAILURE() << "no error";
-    } catch (const ParakeetError& error) {
-        EXPECT_EQ(error.code(), ParakeetErrorCode::unsupportedModel);
-        EXPECT_EQ(std::string(error.what()),
+    if (const auto error = testing::thrown<ParakeetError>([&] {
+            ModelRunner runner(ParakeetModelFolder::at(folder.path()), configuration(80));
+        })) {
+        EXPECT_EQ(error->code(), ParakeetErrorCode::unsupportedModel);
+        EXPECT_EQ(std::string(error->what()),
                   "The speech model " + (folder / "joint.onnx").string() +
                       " cannot be used: a joint takes two float inputs, an encoder frame and a "
                       "decoder state, but it takes \"input_ids\", \"hidden\" and \"cell\".");

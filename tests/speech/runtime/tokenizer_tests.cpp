@@ -1,6 +1,7 @@
 #include "speech/runtime/parakeet_error.h"
 #include "speech/runtime/tokenizer.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -13,17 +14,10 @@ Tokenizer tokenizerFrom(const testing::TemporaryDirectory& folder, std::string_v
 }
 
 std::string loadFailure(const std::filesystem::path& path, bool vocabulary) {
-    try {
-        if (vocabulary) {
-            (void)Tokenizer::fromVocabularyFile(path);
-        } else {
-            Tokenizer tokenizer(path);
-        }
-    } catch (const ParakeetError& error) {
-        EXPECT_EQ(error.code(), ParakeetErrorCode::tokenizerLoadFailed);
-        return error.what();
-    }
-    return "no error";
+    const auto error = testing::thrown<ParakeetError>(
+        [&] { (void)(vocabulary ? Tokenizer::fromVocabularyFile(path) : Tokenizer(path)); });
+    EXPECT_TRUE(error && error->code() == ParakeetErrorCode::tokenizerLoadFailed);
+    return error ? error->what() : "no error";
 }
 
 TEST(Tokenizer, DecodeJoinsPiecesAndDropsOnlyTheOneLeadingBlank) {

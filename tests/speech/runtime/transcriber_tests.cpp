@@ -3,6 +3,7 @@
 #include "speech/runtime/parakeet_error.h"
 #include "speech/runtime/parakeet_transcriber.h"
 #include "support/test_media.h"
+#include "support/thrown.h"
 #include "test_models.h"
 
 #include <gtest/gtest.h>
@@ -18,16 +19,6 @@ using testing::testModelFolder;
 
 std::vector<float> tone(double seconds) {
     return testing::sineTone(300, seconds, 16000, 1, 0.3f);
-}
-
-template <class Action>
-std::string failure(const Action& action) {
-    try {
-        action();
-    } catch (const Error& error) {
-        return error.what();
-    }
-    return "no error";
 }
 
 class BothLayouts : public ::testing::TestWithParam<const char*> {};
@@ -107,13 +98,11 @@ TEST(ParakeetTranscriber, AnEncoderFailureFailsTheRunAfterTheOtherChunksEnd) {
     ParakeetTranscriber transcriber(testModelFolder("parakeet-failing"), ParakeetComputeUnits::gpu,
                                     100, 16000, 2);
     for (int attempt = 0; attempt < 2; ++attempt) {
-        try {
-            transcriber.transcribe(samples);
-            ADD_FAILURE() << "no error";
-        } catch (const OnnxError& error) {
-            EXPECT_NE(std::string(error.what()).find("Running the model encoder.onnx failed"),
+        if (const auto error =
+                testing::thrown<OnnxError>([&] { transcriber.transcribe(samples); })) {
+            EXPECT_NE(std::string(error->what()).find("Running the model encoder.onnx failed"),
                       std::string::npos)
-                << error.what();
+                << error->what();
         }
     }
     // Every worker is back in the pool, and good audio still transcribes.
@@ -155,7 +144,8 @@ TEST(ParakeetTranscriber, AnIncompleteFolderNamesEveryMissingFile) {
         }
         SCOPED_TRACE(c.lacks);
         EXPECT_FALSE(ParakeetModelFolder::at(folder.path()).complete());
-        EXPECT_EQ(failure([&] { ParakeetTranscriber(folder.path(), ParakeetComputeUnits::cpu); }),
+        EXPECT_EQ(testing::messageOf<Error>(
+                      [&] { ParakeetTranscriber(folder.path(), ParakeetComputeUnits::cpu); }),
                   "The speech model in " + folder.path().string() + " is incomplete. It lacks: " +
                       c.lacks + ". Install the model again or copy the missing files there.");
     }
@@ -191,10 +181,10 @@ TEST(AudioLoader, DecodesAnyRateAndChannelCountToMono16k) {
 TEST(AudioLoader, FailuresNameTheFile) {
     const testing::TemporaryDirectory folder;
     testing::writeAudioFile(folder / "empty.wav", {}, AudioFormat{16000, 1});
-    EXPECT_EQ(failure([&] { AudioLoader::loadMono16k(folder / "empty.wav"); }),
+    EXPECT_EQ(testing::messageOf<Error>([&] { AudioLoader::loadMono16k(folder / "empty.wav"); }),
               "Audio file at " + (folder / "empty.wav").string() + " contains no samples");
     testing::writeTextFile(folder / "notes.m4a", "not audio");
-    EXPECT_EQ(failure([&] {
+    EXPECT_EQ(testing::messageOf<Error>([&] {
                   AudioLoader::loadMono16k(folder / "notes.m4a");
               }).rfind("Failed to load audio at " + (folder / "notes.m4a").string() + ": ", 0),
               0u);

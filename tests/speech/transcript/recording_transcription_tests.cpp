@@ -6,6 +6,7 @@
 #include "speech/transcript/recording_transcription_service.h"
 #include "support/temporary_directory.h"
 #include "support/test_media.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -182,12 +183,10 @@ TEST_F(RecordingTranscriptionTest, NoMicrophoneOrNoModelMeansNoRequest) {
 
     RecordingTranscriptionRequest withoutModel{movie_, folder_ / "Take-microphone-001.m4a",
                                                std::nullopt};
-    try {
-        RecordingTranscriptionService::transcribe(withoutModel);
-        FAIL() << "transcribed without a model";
-    } catch (const RecordingTranscriptionError& error) {
-        EXPECT_EQ(error.code(), RecordingTranscriptionErrorCode::modelNotInstalled);
-        EXPECT_STREQ(error.what(), "The transcription model is not installed.");
+    if (const auto error = testing::thrown<RecordingTranscriptionError>(
+            [&] { RecordingTranscriptionService::transcribe(withoutModel); })) {
+        EXPECT_EQ(error->code(), RecordingTranscriptionErrorCode::modelNotInstalled);
+        EXPECT_STREQ(error->what(), "The transcription model is not installed.");
     }
 }
 

@@ -4,6 +4,7 @@
 #include "speech/transcript/transcript_model_locator.h"
 #include "speech/transcript/transcript_output_writer.h"
 #include "support/temporary_directory.h"
+#include "support/thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -69,11 +70,9 @@ TEST(TranscriptAnalysisJson, MissingKeysReadAsDefaultsButTimesAreRequired) {
 
     const Json tokenWithoutEnd = parseJson(R"({"source": {"createdAt": "2024-01-02T03:04:05.000Z"},
                       "tokens": [{"text": "a", "startTime": 1}]})");
-    try {
-        decodeJson<TranscriptAnalysis>(tokenWithoutEnd);
-        FAIL() << "a token without an end decoded";
-    } catch (const JsonDecodeError& error) {
-        EXPECT_STREQ(error.what(), "tokens[0].endTime: required key is missing");
+    if (const auto error = testing::thrown<JsonDecodeError>(
+            [&] { decodeJson<TranscriptAnalysis>(tokenWithoutEnd); })) {
+        EXPECT_STREQ(error->what(), "tokens[0].endTime: required key is missing");
     }
 }
 
