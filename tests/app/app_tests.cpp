@@ -80,7 +80,7 @@ protected:
 
     void SetUp() override {
         take_ = writeTake();
-        ApplicationOptions app = testing::applicationOptionsIn(folder_);
+        ApplicationOptions app = testing::applicationOptionsIn(folder_.path());
         app.playback.player.frameRate = 30;
         shell_ = std::make_unique<Application>(app);
         shell_->openDocument(take_.manifestURL);

@@ -59,7 +59,7 @@ struct WindowGeometry {
 class RecorderEndToEndTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        environment_ = display_.applicationEnvironment(folder_);
+        environment_ = display_.applicationEnvironment(folder_.path());
         environment_.merge(sound_.environment());
         // The online services are the stand-ins, signed in to through curl.
         for (auto& [name, value] : online_.programEnvironment(folder_ / "data")) {

@@ -1,5 +1,5 @@
 // The pieces around the helper process that need no process: where the helper is looked
-// for, its command line, text decoding across reads, what is kept of llama-cli's output,
+// for (its command line is proven against llama-cli itself), text decoding across reads, what is kept of llama-cli's output,
 // and the progress read from the streaming answer.
 
 #include "local_ai/llama_cli_output_filter.h"
@@ -62,43 +62,6 @@ TEST(LLMHelperSearchTest, TheFirstExecutableCandidateWinsInTheDocumentedOrder) {
         EXPECT_EQ(resolvedLLMHelperExecutable(configured, places), order[i]) << i;
     }
     EXPECT_EQ(resolvedLLMHelperExecutable(std::nullopt, places), order[1]);
-}
-
-TEST(LLMHelperCommandLineTest, OneShotArgumentsInTheirOrder) {
-    LLMGenerationSettings settings;
-    settings.contextSize = 4096;
-    settings.maxGeneratedTokens = 300;
-    settings.temperature = 0.25;
-    settings.topP = 0.95;
-    settings.systemPrompt = "Be brief.";
-    const std::vector<std::string> head{"-m",
-                                        "/models/q.gguf",
-                                        "-c",
-                                        "4096",
-                                        "-n",
-                                        "300",
-                                        "--temp",
-                                        "0.25",
-                                        "--top-p",
-                                        "0.95",
-                                        "--no-display-prompt",
-                                        "--single-turn",
-                                        "--simple-io",
-                                        "--reasoning",
-                                        "off",
-                                        "--no-jinja",
-                                        "--no-warmup",
-                                        "-sys",
-                                        "Be brief."};
-    auto expected = head;
-    expected.insert(expected.end(), {"-p", "Hello"});
-    EXPECT_EQ(llmOneShotArguments("/models/q.gguf", settings, std::nullopt, "Hello"), expected);
-
-    settings.jsonSchema = "{}";
-    settings.gpuOff = true;
-    expected = head;
-    expected.insert(expected.end(), {"--json-schema", "{}", "-ngl", "0", "-f", "/tmp/prompt"});
-    EXPECT_EQ(llmOneShotArguments("/models/q.gguf", settings, "/tmp/prompt"), expected);
 }
 
 TEST(UTF8ChunkDecoderTest, CharactersSplitAcrossReadsAreHeldUntilWhole) {

@@ -1,5 +1,5 @@
 // What the model is told: the sections of the user prompt in order, the line grouping of
-// the timestamped transcript, the limits of both transcript sections, and the schema.
+// the timestamped transcript, the limits of both transcript sections, and chapter times.
 
 #include "local_ai/youtube_metadata_prompt.h"
 
@@ -111,14 +111,9 @@ TEST(YouTubeMetadataPromptTest, LongTranscriptsAreCutWithANote) {
     EXPECT_EQ(plainSection(small), "short");
 }
 
-TEST(YouTubeMetadataPromptTest, TheSchemaRequiresEveryFieldInOrder) {
-    const Json schema = parseJson(outputSchema());
-    EXPECT_EQ(schema["required"], Json::parse(R"(["title", "description", "chapters", "tags"])"));
-    EXPECT_EQ(schema["properties"]["chapters"]["items"]["required"],
-              Json::parse(R"(["time", "title"])"));
-    EXPECT_EQ(schema["properties"]["chapters"]["items"]["properties"]["time"]["type"], "number");
-    // Title first, as the model should write it.
-    EXPECT_LT(outputSchema().find("\"title\""), outputSchema().find("\"description\""));
+// The schema is held to by llama-cli itself (the local AI tests run it); chapter times are
+// written as a viewer reads them.
+TEST(YouTubeMetadataPromptTest, ChapterTimesReadAsAViewerReadsThem) {
     EXPECT_EQ(formatChapterTime(-3), "0:00");
     EXPECT_EQ(formatChapterTime(599.99), "9:59");
     EXPECT_EQ(formatChapterTime(36000), "10:00:00");

@@ -106,12 +106,8 @@ TEST_F(PlaybackModelTest, PlaysTheEditInRealTimeWithTheVideoOnTheSoundsClock) {
     EXPECT_NEAR(at(5.0), 7.0, 1e-6);
     EXPECT_NEAR(at(8.0), 12.0, 1e-6);
     // The microphone's tone went out to the sound server.
-    double energy = 0;
-    for (const float sample : heard) {
-        energy += static_cast<double>(sample) * sample;
-    }
     ASSERT_GT(heard.size(), 48000u * 2 * 5);
-    EXPECT_GT(std::sqrt(energy / static_cast<double>(heard.size())), 0.05);
+    EXPECT_GT(rootMeanSquare(heard), 0.05);
     EXPECT_NEAR(estimateFrequency(heard, 48000, 2), 440, 5);
 }
 

@@ -10,12 +10,8 @@ namespace orvelle::testing {
 
 // A source clip [start, end] played at `speed`, with a fresh id.
 inline TimelineClip clip(double start, double end, double speed = 1.0) {
-    TimelineClip made;
-    made.id = Uuid::random();
-    made.start = SourceTime(start);
-    made.end = SourceTime(end);
-    made.speed = speed;
-    return made;
+    return {
+        .id = Uuid::random(), .start = SourceTime(start), .end = SourceTime(end), .speed = speed};
 }
 
 // A deleted stretch [start, end] of the source, with a fresh id.
@@ -25,12 +21,8 @@ inline DeletedTimelineGap gap(double start, double end) {
 
 // A zoom [start, end] of the edit to `scale`, with a fresh id.
 inline AnimationClip zoomClip(double start, double end, double scale = 2.0) {
-    AnimationClip made;
-    made.id = Uuid::random();
-    made.start = EditTime(start);
-    made.end = EditTime(end);
-    made.zoomScale = scale;
-    return made;
+    return {
+        .id = Uuid::random(), .start = EditTime(start), .end = EditTime(end), .zoomScale = scale};
 }
 
 } // namespace orvelle::testing

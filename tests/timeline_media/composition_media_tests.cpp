@@ -449,16 +449,10 @@ TEST_F(CompositionMedia, DenoisesOnceAndKeysTheCopyByTheSource) {
     }
     EXPECT_EQ(best, 0) << "the copy lags its source by " << best << " samples";
     // The last burst is still there at the very end.
-    const auto energyOf = [](const std::vector<float>& x, size_t from, size_t to) {
-        double sum = 0;
-        for (size_t i = from; i < to; ++i) {
-            sum += static_cast<double>(x[i]) * x[i];
-        }
-        return sum;
-    };
-    const size_t tail = samples.size() - rate / 100;
-    EXPECT_GT(energyOf(cleaned, tail, samples.size()),
-              0.5 * energyOf(samples, tail, samples.size()));
+    const double end = static_cast<double>(samples.size()) / rate;
+    const double tail = end - 0.01;
+    EXPECT_GT(std::pow(testing::rootMeanSquare(cleaned, 1, rate, tail, end), 2),
+              0.5 * std::pow(testing::rootMeanSquare(samples, 1, rate, tail, end), 2));
     // Residual after taking out the tone's best fit, over the second second.
     auto residual = [&](const std::vector<float>& x) {
         double sinSum = 0, cosSum = 0;
