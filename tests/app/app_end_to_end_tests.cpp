@@ -60,7 +60,8 @@ protected:
 
         // The application's own settings and caches, not the user's; exports go to the
         // Desktop of its home.
-        std::map<std::string, std::string> environment = display_.applicationEnvironment(folder_.path());
+        std::map<std::string, std::string> environment =
+            display_.applicationEnvironment(folder_.path());
         environment.merge(sound_.environment());
         application_ = std::make_unique<testing::ChildProcess>(
             ORVELLE_APP, std::vector<std::string>{package_.string()}, environment);

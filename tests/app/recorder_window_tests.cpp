@@ -11,6 +11,7 @@
 #include "core/files.h"
 #include "core/user_defaults.h"
 #include "platform/capture/x11/x11_global_shortcuts.h"
+#include "support/scoped_environment.h"
 #include "support/temporary_directory.h"
 #include "support/x_server.h"
 
@@ -32,34 +33,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Environment variables set for one scope, and put back as they were.
-class ScopedEnvironment {
-public:
-    explicit ScopedEnvironment(const std::map<std::string, std::optional<std::string>>& values) {
-        for (const auto& [name, value] : values) {
-            const char* old = std::getenv(name.c_str());
-            saved_[name] = old != nullptr ? std::optional<std::string>(old) : std::nullopt;
-            set(name, value);
-        }
-    }
-    ~ScopedEnvironment() {
-        for (const auto& [name, value] : saved_) {
-            set(name, value);
-        }
-    }
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
-private:
-    static void set(const std::string& name, const std::optional<std::string>& value) {
-        if (value) {
-            setenv(name.c_str(), value->c_str(), 1);
-        } else {
-            unsetenv(name.c_str());
-        }
-    }
-    std::map<std::string, std::optional<std::string>> saved_;
-};
+using testing::ScopedEnvironment;
 
 // A drag as the window sees it: press, moves with the button held, release.
 void drag(QWidget& widget, QPoint from, QPoint to) {

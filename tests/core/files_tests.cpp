@@ -2,6 +2,7 @@
 #include "core/json.h"
 #include "core/user_defaults.h"
 #include "core/xdg_paths.h"
+#include "support/scoped_environment.h"
 #include "support/temporary_directory.h"
 #include "support/thrown.h"
 
@@ -86,18 +87,16 @@ TEST(ReadFile, AMissingFileIsAFileError) {
 }
 
 TEST(XdgPaths, FollowTheEnvironmentAndFallBackUnderHome) {
-    const char* savedData = std::getenv("XDG_DATA_HOME");
-    const std::string saved = savedData ? savedData : "";
-    ::setenv("XDG_DATA_HOME", "/data/home", 1);
-    ::setenv("XDG_CACHE_HOME", "relative/is/ignored", 1);
-    ::setenv("HOME", "/home/someone", 1);
-    EXPECT_EQ(applicationSupportDirectory(), "/data/home/Orvelle");
-    EXPECT_EQ(cachesDirectory(), "/home/someone/.cache/Orvelle");
-    ::unsetenv("XDG_DATA_HOME");
-    EXPECT_EQ(applicationSupportDirectory(), "/home/someone/.local/share/Orvelle");
-    if (savedData) {
-        ::setenv("XDG_DATA_HOME", saved.c_str(), 1);
+    {
+        const testing::ScopedEnvironment environment({{"XDG_DATA_HOME", "/data/home"},
+                                                      {"XDG_CACHE_HOME", "relative/is/ignored"},
+                                                      {"HOME", "/home/someone"}});
+        EXPECT_EQ(applicationSupportDirectory(), "/data/home/Orvelle");
+        EXPECT_EQ(cachesDirectory(), "/home/someone/.cache/Orvelle");
     }
+    const testing::ScopedEnvironment environment(
+        {{"XDG_DATA_HOME", std::nullopt}, {"HOME", "/home/someone"}});
+    EXPECT_EQ(applicationSupportDirectory(), "/home/someone/.local/share/Orvelle");
 }
 
 // A partial file replaces its destination only when committed. Partial files of processes

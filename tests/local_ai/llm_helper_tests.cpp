@@ -1,6 +1,6 @@
 // The pieces around the helper process that need no process: where the helper is looked
-// for (its command line is proven against llama-cli itself), text decoding across reads, what is kept of llama-cli's output,
-// and the progress read from the streaming answer.
+// for (its command line is proven against llama-cli itself), text decoding across reads, what is
+// kept of llama-cli's output, and the progress read from the streaming answer.
 
 #include "local_ai/llama_cli_output_filter.h"
 #include "local_ai/llm_helper.h"

@@ -1,6 +1,7 @@
 #include "core/monotonic_clock.h"
 #include "platform/audio/audio_input.h"
 #include "platform/audio/audio_output.h"
+#include "support/scoped_environment.h"
 #include "support/sound_server.h"
 #include "support/test_media.h"
 #include "support/thrown.h"
@@ -122,11 +123,10 @@ TEST(AudioInput, RefusalsAndAServerThatGoesAwaySayWhatHappened) {
     EXPECT_EQ(recorded.endings.load(), 1);
 
     // No server at all.
-    ::setenv("PULSE_SERVER", "unix:/nonexistent/orvelle-test/pulse.sock", 1);
-    if (const auto error = testing::thrown<AudioInputError>([&] { AudioInput nowhere; })) {
-        EXPECT_NE(std::string(error->what()).find("PULSE_SERVER"), std::string::npos);
-    }
-    ::unsetenv("PULSE_SERVER");
+    const testing::ScopedEnvironment noServer(
+        {{"PULSE_SERVER", "unix:/nonexistent/orvelle-test/pulse.sock"}});
+    EXPECT_NE(testing::messageOf<AudioInputError>([] { AudioInput nowhere; }).find("PULSE_SERVER"),
+              std::string::npos);
 }
 
 } // namespace

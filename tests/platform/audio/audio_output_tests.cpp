@@ -1,4 +1,5 @@
 #include "platform/audio/audio_output.h"
+#include "support/scoped_environment.h"
 #include "support/sound_server.h"
 #include "support/test_media.h"
 #include "support/thrown.h"
@@ -68,18 +69,12 @@ TEST(AudioOutput, PlaysWhatItPullsAndClocksWhatWasHeard) {
 }
 
 TEST(AudioOutput, SaysWhatToDoWhenThereIsNoSoundServer) {
-    const char* previous = std::getenv("PULSE_SERVER");
-    const std::string saved = previous != nullptr ? previous : "";
-    ::setenv("PULSE_SERVER", "unix:/nonexistent/orvelle-test/pulse.sock", 1);
+    const testing::ScopedEnvironment nowhere(
+        {{"PULSE_SERVER", "unix:/nonexistent/orvelle-test/pulse.sock"}});
     if (const auto error = testing::thrown<AudioOutputError>([&] { AudioOutput output; })) {
         EXPECT_NE(std::string(error->what()).find("No sound server could be reached"),
                   std::string::npos);
         EXPECT_NE(std::string(error->what()).find("PULSE_SERVER"), std::string::npos);
-    }
-    if (previous != nullptr) {
-        ::setenv("PULSE_SERVER", saved.c_str(), 1);
-    } else {
-        ::unsetenv("PULSE_SERVER");
     }
 }
 

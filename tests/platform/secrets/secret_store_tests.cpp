@@ -1,5 +1,6 @@
 #include "platform/secrets/secret_store.h"
 #include "support/private_secret_service.h"
+#include "support/scoped_environment.h"
 #include "support/temporary_directory.h"
 #include "support/thrown.h"
 
@@ -89,9 +90,8 @@ TEST(FileSecretStore, AnUnwritableFolderIsAClearError) {
 
 TEST(SecretStoreChoice, FallsBackToPrivateFilesWithoutASessionBus) {
     TemporaryDirectory home;
-    const char* saved = std::getenv("DBUS_SESSION_BUS_ADDRESS");
-    const std::string previous = saved != nullptr ? saved : "";
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (home / "no-bus").string()).c_str(), 1);
+    const testing::ScopedEnvironment noBus(
+        {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (home / "no-bus").string()}});
     std::string reason;
     EXPECT_EQ(openSecretServiceStore(&reason), nullptr);
     EXPECT_FALSE(reason.empty());
@@ -99,11 +99,6 @@ TEST(SecretStoreChoice, FallsBackToPrivateFilesWithoutASessionBus) {
     EXPECT_EQ(store->kind(), "private file");
     store->write({"orvelle.openverse", "audio-api"}, "key");
     EXPECT_TRUE(std::filesystem::exists(home / "Secrets/orvelle.openverse--audio-api"));
-    if (saved != nullptr) {
-        ::setenv("DBUS_SESSION_BUS_ADDRESS", previous.c_str(), 1);
-    } else {
-        ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
-    }
 }
 
 // The only test here that reaches a bus: the process keeps its first bus connection.

@@ -2,6 +2,7 @@
 #include "speech/align/alignment_error.h"
 #include "speech/align/precise_word_timing_alignment_service.h"
 #include "speech/transcript/orvelle_model_storage.h"
+#include "support/scoped_environment.h"
 #include "support/thrown.h"
 
 #include <gtest/gtest.h>
@@ -94,17 +95,18 @@ TEST_F(PreciseWordTimingTest, RefusesMissingAudioAndEmptyTranscripts) {
 
 TEST(PreciseWordTimingAlignmentService, BundleFromTheEnvironmentWhenItExists) {
     TemporaryDirectory folder;
-    ::setenv("XDG_DATA_HOME", folder.path().c_str(), 1);
-    ::setenv("ORVELLE_PRECISE_WORD_TIMING_MODEL_BUNDLE", ctcBundle("ctc-char").c_str(), 1);
-    EXPECT_EQ(PreciseWordTimingAlignmentService().bundleURL(), ctcBundle("ctc-char"));
-    ::setenv("ORVELLE_PRECISE_WORD_TIMING_MODEL_BUNDLE", (folder / "nowhere").c_str(), 1);
-    EXPECT_EQ(PreciseWordTimingAlignmentService().bundleURL(),
-              OrvelleModelStorage::preciseWordTimingModelDirectory());
-    ::unsetenv("ORVELLE_PRECISE_WORD_TIMING_MODEL_BUNDLE");
-    EXPECT_EQ(PreciseWordTimingAlignmentService().bundleURL(),
+    const auto bundleWith = [&](std::optional<std::string> variable) {
+        const testing::ScopedEnvironment environment(
+            {{"XDG_DATA_HOME", folder.path().string()},
+             {"ORVELLE_PRECISE_WORD_TIMING_MODEL_BUNDLE", std::move(variable)}});
+        return PreciseWordTimingAlignmentService().bundleURL();
+    };
+    EXPECT_EQ(bundleWith(ctcBundle("ctc-char").string()), ctcBundle("ctc-char"));
+    EXPECT_EQ(bundleWith((folder / "nowhere").string()),
+              folder / "Orvelle" / "Models" / "precise-word-timing-wav2vec2-base-960h");
+    EXPECT_EQ(bundleWith(std::nullopt),
               folder / "Orvelle" / "Models" / "precise-word-timing-wav2vec2-base-960h");
     EXPECT_EQ(PreciseWordTimingAlignmentService(folder / "given").bundleURL(), folder / "given");
-    ::unsetenv("XDG_DATA_HOME");
 
     // Without a bundle installed the service says so.
     TemporaryDirectory take;

@@ -3,6 +3,7 @@
 #include "speech/transcript/orvelle_model_storage.h"
 #include "speech/transcript/transcript_model_locator.h"
 #include "speech/transcript/transcript_output_writer.h"
+#include "support/scoped_environment.h"
 #include "support/temporary_directory.h"
 #include "support/thrown.h"
 
@@ -28,28 +29,6 @@ TranscriptAnalysis sampleAnalysis() {
         Date{1'700'000'000'123}};
     return analysis;
 }
-
-// Sets an environment variable for the life of the object.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const char* name, const std::string& value) : name_(name) {
-        if (const char* old = std::getenv(name)) {
-            old_ = old;
-        }
-        ::setenv(name, value.c_str(), 1);
-    }
-    ~ScopedEnvironment() {
-        if (old_) {
-            ::setenv(name_, old_->c_str(), 1);
-        } else {
-            ::unsetenv(name_);
-        }
-    }
-
-private:
-    const char* name_;
-    std::optional<std::string> old_;
-};
 
 TEST(TranscriptAnalysisJson, RoundTripsWithTheDesignKeys) {
     const TranscriptAnalysis analysis = sampleAnalysis();
@@ -127,7 +106,7 @@ TEST(EditorTranscript, BaselineRoundTripsAndIsAbsentUntilSet) {
 
 TEST(OrvelleModelStorage, ModelFoldersLiveUnderTheDataFolder) {
     TemporaryDirectory folder;
-    const ScopedEnvironment data("XDG_DATA_HOME", folder.path().string());
+    const testing::ScopedEnvironment data({{"XDG_DATA_HOME", folder.path().string()}});
     const auto models = folder / "Orvelle" / "Models";
     EXPECT_EQ(OrvelleModelStorage::modelsDirectory(), models);
     EXPECT_EQ(OrvelleModelStorage::parakeetModelDirectory(),
@@ -140,7 +119,7 @@ TEST(OrvelleModelStorage, ModelFoldersLiveUnderTheDataFolder) {
 
 TEST(TranscriptModelLocator, FindsACompleteModelInEitherLayout) {
     TemporaryDirectory folder;
-    const ScopedEnvironment data("XDG_DATA_HOME", folder.path().string());
+    const testing::ScopedEnvironment data({{"XDG_DATA_HOME", folder.path().string()}});
     const auto model = OrvelleModelStorage::parakeetModelDirectory();
     EXPECT_FALSE(TranscriptModelLocator::defaultModelSource("/anywhere"));
 
