@@ -19,6 +19,8 @@ public:
             set(name, value);
         }
     }
+    ScopedEnvironment(const std::string& name, const std::optional<std::string>& value)
+        : ScopedEnvironment(std::map<std::string, std::optional<std::string>>{{name, value}}) {}
     ~ScopedEnvironment() {
         for (const auto& [name, value] : saved_) {
             set(name, value);

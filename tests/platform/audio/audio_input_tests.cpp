@@ -123,8 +123,8 @@ TEST(AudioInput, RefusalsAndAServerThatGoesAwaySayWhatHappened) {
     EXPECT_EQ(recorded.endings.load(), 1);
 
     // No server at all.
-    const testing::ScopedEnvironment noServer(
-        {{"PULSE_SERVER", "unix:/nonexistent/orvelle-test/pulse.sock"}});
+    const testing::ScopedEnvironment noServer("PULSE_SERVER",
+                                              "unix:/nonexistent/orvelle-test/pulse.sock");
     EXPECT_NE(testing::messageOf<AudioInputError>([] { AudioInput nowhere; }).find("PULSE_SERVER"),
               std::string::npos);
 }

@@ -69,8 +69,8 @@ TEST(AudioOutput, PlaysWhatItPullsAndClocksWhatWasHeard) {
 }
 
 TEST(AudioOutput, SaysWhatToDoWhenThereIsNoSoundServer) {
-    const testing::ScopedEnvironment nowhere(
-        {{"PULSE_SERVER", "unix:/nonexistent/orvelle-test/pulse.sock"}});
+    const testing::ScopedEnvironment nowhere("PULSE_SERVER",
+                                             "unix:/nonexistent/orvelle-test/pulse.sock");
     if (const auto error = testing::thrown<AudioOutputError>([&] { AudioOutput output; })) {
         EXPECT_NE(std::string(error->what()).find("No sound server could be reached"),
                   std::string::npos);
