@@ -12,10 +12,9 @@ namespace orvelle::testing {
 
 // The application's settings, editor settings and presets in `folder`; it plays silently.
 inline ApplicationOptions applicationOptionsIn(const std::filesystem::path& folder) {
-    ApplicationOptions options;
-    options.settingsURL = folder / "settings.json";
-    options.lastEditorSettingsURL = folder / "last-editor-settings.json";
-    options.presetsURL = folder / "presets.json";
+    ApplicationOptions options{.settingsURL = folder / "settings.json",
+                               .lastEditorSettingsURL = folder / "last-editor-settings.json",
+                               .presetsURL = folder / "presets.json"};
     options.playback.player.withSound = false;
     return options;
 }

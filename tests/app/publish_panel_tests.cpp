@@ -137,10 +137,8 @@ TEST(PublishPanelTest, ConnectsTheAccountInTheBrowserUploadsTheExportAndDisconne
 
     // Not connected: the upload does not begin, and says what to do.
     window.store().edit("Upload", [&](EditorProjectState& p, EditorSelectionState&) {
-        ProjectExportSettings settings;
-        settings.uploadToYouTube = true;
-        settings.saveLocalCopy = false;
-        settings.youtubeTitle = "Tiny upload";
+        ProjectExportSettings settings{
+            .uploadToYouTube = true, .saveLocalCopy = false, .youtubeTitle = "Tiny upload"};
         p.exportSettings = settings;
     });
     EXPECT_FALSE(panel.startExport());

@@ -172,10 +172,7 @@ TEST(TranscribeCommand, WritesTheSidecarsOfATake) {
     const auto microphone = folder / "Demo Take-microphone-001.m4a";
     testing::writeAudioFile(microphone, testing::sineTone(300, 3.0, 48000, 1, 0.4f),
                             AudioFormat{48000, 1});
-    RecordedMediaSegment screen;
-    screen.url = movie;
-    screen.duration = 3;
-    screen.mediaDuration = 3;
+    RecordedMediaSegment screen{.url = movie, .duration = 3, .mediaDuration = 3};
     RecordedMediaSegment voice = screen;
     voice.kind = MediaTrackManifest::Kind::microphone;
     voice.url = microphone;

@@ -23,17 +23,12 @@ protected:
     }
 
     TakeManifest writeTake() {
-        RecordedMediaSegment screen;
-        screen.url = movie_;
-        screen.duration = 0.5;
-        screen.mediaDuration = 0.5;
-        screen.width = 64;
-        screen.height = 48;
-        RecordedMediaSegment microphone;
-        microphone.kind = Kind::microphone;
-        microphone.url = folder_ / "Demo Take-microphone-001.m4a";
-        microphone.duration = 0.8;
-        microphone.mediaDuration = 0.8;
+        RecordedMediaSegment screen{
+            .url = movie_, .duration = 0.5, .mediaDuration = 0.5, .width = 64, .height = 48};
+        RecordedMediaSegment microphone{.kind = Kind::microphone,
+                                        .url = folder_ / "Demo Take-microphone-001.m4a",
+                                        .duration = 0.8,
+                                        .mediaDuration = 0.8};
         return TakeManifestWriter::write(movie_, {screen}, {}, {microphone},
                                          folder_ / "Demo Take.cursor.json");
     }

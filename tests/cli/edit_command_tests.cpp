@@ -33,10 +33,7 @@ protected:
         }
         pointer.clicks = {{15, 0}};
         pointer.save(folder_ / "take" / "Take.cursor.json");
-        RecordedMediaSegment screen;
-        screen.url = screen_;
-        screen.duration = 20;
-        screen.mediaDuration = 20;
+        RecordedMediaSegment screen{.url = screen_, .duration = 20, .mediaDuration = 20};
         RecordedMediaSegment camera = screen;
         camera.kind = Kind::camera;
         camera.url = folder_ / "take" / "Take-camera.mp4";

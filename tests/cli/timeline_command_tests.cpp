@@ -81,10 +81,7 @@ TEST(TimelineMapOfATake, SeedsATimelineNeverBuiltOverTheWholeTake) {
     const auto movie = folder / "take.mp4";
     testing::writeNumberedMovie(movie,
                                 {.width = 64, .height = 48, .frameRate = 30, .frameCount = 30});
-    RecordedMediaSegment screen;
-    screen.url = movie;
-    screen.duration = 1.0;
-    screen.mediaDuration = 1.0;
+    RecordedMediaSegment screen{.url = movie, .duration = 1.0, .mediaDuration = 1.0};
     TakeManifestWriter::write(movie, {screen}, {}, {}, std::nullopt);
     const Json json = orvelleJson({"timeline", "map", movie.string(), "--edit", "0.25"},
                                   {{"XDG_DATA_HOME", (folder / "data").string()}});

@@ -52,14 +52,10 @@ class ResolveAllocations : public ::testing::Test {
 protected:
     ResolveAllocations() {
         project.timeline.sourceDuration = SourceTime(100);
-        TimelineClip whole;
-        whole.id = Uuid::random();
-        whole.end = SourceTime(100);
+        TimelineClip whole{.id = Uuid::random(), .end = SourceTime(100)};
         project.timeline.clips = {whole};
         for (int i = 0; i < 20; ++i) {
-            AnimationClip zoom;
-            zoom.id = Uuid::random();
-            zoom.start = EditTime(10 + i * 4);
+            AnimationClip zoom{.id = Uuid::random(), .start = EditTime(10 + i * 4)};
             zoom.end = EditTime(14 + i * 4); // touching: hand-offs everywhere
             zoom.tiltDegrees = 10;
             project.animation.zoomClips.push_back(zoom);
@@ -87,17 +83,13 @@ TEST_F(ResolveAllocations, NoneWithOrWithoutZoomsLayoutsMasksAndFades) {
     EXPECT_TRUE(result.cursor);
     EXPECT_TRUE(result.camera);
 
-    CameraLayoutClip layout;
-    layout.id = Uuid::random();
-    layout.start = EditTime(13);
-    layout.end = EditTime(20);
-    layout.mode = CameraLayoutMode::fullscreen;
+    CameraLayoutClip layout{.id = Uuid::random(),
+                            .start = EditTime(13),
+                            .end = EditTime(20),
+                            .mode = CameraLayoutMode::fullscreen};
     project.camera.dynamicLayoutClips = {layout};
     for (const double start : {10.0, 14.0}) {
-        MaskClip mask;
-        mask.id = Uuid::random();
-        mask.start = EditTime(start);
-        mask.end = EditTime(start + 4);
+        MaskClip mask{.id = Uuid::random(), .start = EditTime(start), .end = EditTime(start + 4)};
         project.mask.clips.push_back(mask);
     }
     project.timeline.clips[0].fadeOutDuration = 2;

@@ -9,14 +9,13 @@ namespace orvelle {
 namespace {
 
 FrameComposition everyFieldSet() {
-    FrameComposition frame;
-    frame.editTime = EditTime(3.5);
-    frame.sourceTime = SourceTime(7.25);
-    frame.stageSize = {1920, 1080};
-    frame.sourceNaturalSize = {2880, 1800};
-    frame.cameraNaturalSize = Size{1280, 720};
-    frame.embeddedVideoSize = {1728, 1080};
-    frame.movieRect = {0, 0, 1728, 1080};
+    FrameComposition frame{.editTime = EditTime(3.5),
+                           .sourceTime = SourceTime(7.25),
+                           .stageSize = {1920, 1080},
+                           .sourceNaturalSize = {2880, 1800},
+                           .cameraNaturalSize = Size{1280, 720},
+                           .embeddedVideoSize = {1728, 1080},
+                           .movieRect = {0, 0, 1728, 1080}};
     frame.background.paddingAmount = 0.2;
     frame.cursorStyle = CursorStyle::dot;
     frame.cursorDotColor = {0.1, 0.2, 0.3, 0.4};
@@ -27,22 +26,17 @@ FrameComposition everyFieldSet() {
                             {0, 7.5}, 1,        0.08, 0.8,   {45, 12}};
     frame.preview.cursor = CursorLayerComposition{{400, 300}, 0.975, {3, -1}, 0.2};
     frame.preview.camera = CameraLayerComposition{false, true, -1, {300, 300}, {1700, 880}, 75, 1};
-    MaskLayerComposition mask;
-    mask.sourceRect = {0.1, 0.2, 0.3, 0.4};
-    mask.stageRect = {100, 200, 300, 400};
-    mask.opacity = 0.72;
-    mask.borderStyle = MaskBorder::Style::twinComet;
-    mask.referenceTime = EditTime(2);
+    MaskLayerComposition mask{.sourceRect = {0.1, 0.2, 0.3, 0.4},
+                              .stageRect = {100, 200, 300, 400},
+                              .opacity = 0.72,
+                              .borderStyle = MaskBorder::Style::twinComet,
+                              .referenceTime = EditTime(2)};
     frame.preview.mask = mask;
     frame.preview.stageFadeOpacity = 0.25;
     frame.cursorFrameMotion = {0.01, -0.02};
     frame.cameraFrameMotion = {0.003, 0.004};
     frame.zoomFrameMotion = 0.05;
-    TextClip text;
-    text.id = Uuid::random();
-    text.start = EditTime(1);
-    text.end = EditTime(4);
-    text.text = "Hello";
+    TextClip text{.id = Uuid::random(), .start = EditTime(1), .end = EditTime(4), .text = "Hello"};
     frame.textClips = {text};
     return frame;
 }

@@ -19,11 +19,10 @@ namespace orvelle::testing {
 // them from the background settings, no zoom, nothing else.
 inline FrameComposition idleComposition(double width, double height, double padding,
                                         double shadowAmount = 0) {
-    FrameComposition f;
-    f.stageSize = {width, height};
-    f.sourceNaturalSize = {width, height};
-    f.embeddedVideoSize = {width, height};
-    f.movieRect = {0, 0, width, height};
+    FrameComposition f{.stageSize = {width, height},
+                       .sourceNaturalSize = {width, height},
+                       .embeddedVideoSize = {width, height},
+                       .movieRect = {0, 0, width, height}};
     f.background.kind = BackgroundKind::color;
     f.background.solidColor = {0, 0, 1, 1};
     f.background.paddingAmount = padding;

@@ -207,10 +207,7 @@ TEST(FrameRendererCard, PerspectiveBringsTheTiltedSideCloser) {
 }
 
 MaskLayerComposition maskOver(const Rect& stageRect, double opacity, bool inverted) {
-    MaskLayerComposition mask;
-    mask.stageRect = stageRect;
-    mask.opacity = opacity;
-    mask.isInverted = inverted;
+    MaskLayerComposition mask{.stageRect = stageRect, .opacity = opacity, .isInverted = inverted};
     return mask;
 }
 
@@ -274,9 +271,8 @@ TEST(FrameRendererPointer, HotSpotLandsOnThePointerPoint) {
         composition.cursorStyle = style;
         composition.cursorDotColor = {1, 0, 0, 1};
         const bool dot = style == CursorStyle::dot;
-        CursorLayerComposition cursor;
-        cursor.position = {point.x + (dot ? 0 : 19), point.y + (dot ? 0 : 20)};
-        cursor.sizeScale = 2.55;
+        CursorLayerComposition cursor{
+            .position = {point.x + (dot ? 0 : 19), point.y + (dot ? 0 : 20)}, .sizeScale = 2.55};
         composition.preview.cursor = cursor;
         const Image picture = solidPicture(W, H, {128 / 255.0, 128 / 255.0, 128 / 255.0, 1});
         const FrameRendererInput input{picture, std::nullopt, std::nullopt, composition};
@@ -323,9 +319,7 @@ TEST(FrameRendererPointer, MovementSmearsThePointerAlongItsDirectionOnly) {
         FrameComposition composition = idleComposition(W, H, 0);
         composition.cursorStyle = CursorStyle::dot;
         composition.cursorDotColor = {1, 0, 0, 1};
-        CursorLayerComposition cursor;
-        cursor.position = point;
-        cursor.motionBlur = motionBlur;
+        CursorLayerComposition cursor{.position = point, .motionBlur = motionBlur};
         composition.preview.cursor = cursor;
         const Bitmap frame =
             renderFrame({picture, std::nullopt, std::nullopt, composition}, context);
@@ -346,12 +340,11 @@ TEST(FrameRendererPointer, MovementSmearsThePointerAlongItsDirectionOnly) {
 }
 
 CameraLayerComposition overlay(double size, double cornerRadius, double horizontalScale) {
-    CameraLayerComposition camera;
-    camera.frameSize = {size, size};
-    camera.center = {W - size / 2 - 18, H - size / 2 - 18};
-    camera.cornerRadius = cornerRadius;
-    camera.horizontalScale = horizontalScale;
-    camera.isMirrored = horizontalScale < 0;
+    CameraLayerComposition camera{.isMirrored = horizontalScale < 0,
+                                  .horizontalScale = horizontalScale,
+                                  .frameSize = {size, size},
+                                  .center = {W - size / 2 - 18, H - size / 2 - 18},
+                                  .cornerRadius = cornerRadius};
     return camera;
 }
 
@@ -394,15 +387,11 @@ TEST(FrameRendererCamera, RoundOverlayHasAShadowBelow) {
 TEST(FrameRendererCamera, FullscreenCameraHidesCardPointerAndMask) {
     FrameRenderingContext context;
     FrameComposition composition = idleComposition(W, H, 0.1);
-    CameraLayerComposition camera;
-    camera.isFullscreen = true;
-    camera.frameSize = {W, H};
-    camera.center = {W / 2, H / 2};
+    CameraLayerComposition camera{
+        .isFullscreen = true, .frameSize = {W, H}, .center = {W / 2, H / 2}};
     composition.preview.camera = camera;
     composition.preview.mask = maskOver({100, 50, 100, 60}, 1, false);
-    CursorLayerComposition cursor;
-    cursor.position = {100, 60};
-    cursor.sizeScale = 2.5;
+    CursorLayerComposition cursor{.position = {100, 60}, .sizeScale = 2.5};
     composition.preview.cursor = cursor;
     composition.preview.stageFadeOpacity = 0.5;
     const Image red = solidPicture(64, 36, {1, 0, 0, 1});
@@ -434,13 +423,12 @@ TEST(FrameRendererStage, WallpaperWithoutAnImageFallsBackToDarkGrey) {
 }
 
 TextClip textClip(const std::string& text, double start, double end) {
-    TextClip clip;
-    clip.start = EditTime{start};
-    clip.end = EditTime{end};
-    clip.text = text;
-    clip.alignment = TextBlockAlignment::center;
-    clip.position = {0.5, 0.5};
-    clip.size = 4;
+    TextClip clip{.start = EditTime{start},
+                  .end = EditTime{end},
+                  .text = text,
+                  .alignment = TextBlockAlignment::center,
+                  .size = 4,
+                  .position = {0.5, 0.5}};
     return clip;
 }
 

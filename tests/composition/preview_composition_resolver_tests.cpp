@@ -20,12 +20,11 @@ using testing::zoomClip;
 constexpr double kEps = 1e-9;
 
 CameraLayoutClip layout(double start, double end, CameraLayoutMode mode, bool animates) {
-    CameraLayoutClip clip;
-    clip.id = Uuid::random();
-    clip.start = EditTime(start);
-    clip.end = EditTime(end);
-    clip.mode = mode;
-    clip.animatesTransition = animates;
+    CameraLayoutClip clip{.id = Uuid::random(),
+                          .start = EditTime(start),
+                          .end = EditTime(end),
+                          .mode = mode,
+                          .animatesTransition = animates};
     return clip;
 }
 
@@ -335,14 +334,13 @@ TEST_F(PreviewResolve, CameraLayoutsTakeOverWithAndWithoutTransitions) {
 // two towards the centre it covers twice as much. Its border runs from the clip's start and
 // fades in with the mask.
 TEST_F(PreviewResolve, MaskFollowsTheCardOntoTheStage) {
-    MaskClip clip;
-    clip.id = Uuid::random();
-    clip.start = EditTime(1);
-    clip.end = EditTime(5);
-    clip.rect = {0.25, 0.25, 0.5, 0.5};
-    clip.cornerRadiusAmount = 0.2;
-    clip.borderStyle = MaskBorder::Style::comet;
-    clip.borderSpeed = 1.5;
+    MaskClip clip{.id = Uuid::random(),
+                  .start = EditTime(1),
+                  .end = EditTime(5),
+                  .rect = {0.25, 0.25, 0.5, 0.5},
+                  .cornerRadiusAmount = 0.2,
+                  .borderStyle = MaskBorder::Style::comet,
+                  .borderSpeed = 1.5};
     project.mask.clips = {clip};
     input.timelineTime = EditTime(3);
     const auto flat = *resolve().mask;

@@ -81,10 +81,8 @@ TEST(RenderFrameResolverTest, CutsHiddenClipsAndClicks) {
     auto hidden = clip(6, 10);
     hidden.hidesCursor = true;
     input.project.timeline.clips = {clip(0, 3), hidden};
-    DeletedTimelineGap gap;
-    gap.id = Uuid::random();
-    gap.sourceStart = SourceTime(3);
-    gap.sourceEnd = SourceTime(6);
+    DeletedTimelineGap gap{
+        .id = Uuid::random(), .sourceStart = SourceTime(3), .sourceEnd = SourceTime(6)};
     input.project.timeline.deletedGaps = {gap};
     RenderFrameResolver resolver(input);
     EXPECT_NEAR(resolver.timelineDuration(), 7, 1e-12);

@@ -16,9 +16,7 @@ EditorProjectState styledProject() {
     project.background.paddingAmount = 0.3;
     project.cursor.style = CursorStyle::obsidian;
     project.camera.position = CameraOverlayPosition::topLeft;
-    CameraLayoutClip layout;
-    layout.id = Uuid::random();
-    layout.end = EditTime(4);
+    CameraLayoutClip layout{.id = Uuid::random(), .end = EditTime(4)};
     project.camera.dynamicLayoutClips = {layout};
     project.audio.musicVolume = 0.2;
     project.screen.aspectRatio = AspectRatio::vertical;
@@ -46,9 +44,7 @@ TEST(EditorPresets, ALookSavedAndAppliedElsewhereBringsTheLookAndNoClips) {
     // Another edit, with clips of its own on the camera lane, takes the look only.
     EditorProjectState other;
     other.timeline = fullLengthTimeline(SourceTime(10));
-    CameraLayoutClip own;
-    own.id = Uuid::random();
-    own.end = EditTime(2);
+    CameraLayoutClip own{.id = Uuid::random(), .end = EditTime(2)};
     other.camera.dynamicLayoutClips = {own};
     EditorStore store(other);
     store.applyPreset(loaded[0].payload);

@@ -134,11 +134,8 @@ TEST_F(Store, UndoingMusicLeavesItsSegmentInTheManifest) {
     const std::string segment = store_.registerMusicSegment("/music/song.mp3", 95);
     EXPECT_EQ(segment, "music-0001");
     EXPECT_EQ(store_.registerMusicSegment("/music/other.mp3", 30), "music-0002");
-    MusicClip clip;
-    clip.id = Uuid::random();
-    clip.end = EditTime(20);
-    clip.segmentID = segment;
-    clip.title = "Song";
+    MusicClip clip{
+        .id = Uuid::random(), .end = EditTime(20), .segmentID = segment, .title = "Song"};
     ASSERT_TRUE(store_.addMusicClip(clip));
     EXPECT_EQ(store_.selection(), musicLane.selection(clip.id));
     store_.undo();
@@ -217,15 +214,10 @@ TEST_F(Store, ResettingTheTimelineSeedsZoomsWithoutAStep) {
 TEST(StoreNormalisation, AProjectOutOfOrderIsOrderedOnceWithoutAStep) {
     EditorProjectState project = freshProject();
     for (const double start : {20.0, 2.0, 10.0}) {
-        AnimationClip zoom;
-        zoom.id = Uuid::random();
-        zoom.start = EditTime(start);
-        zoom.end = EditTime(start + 1);
+        AnimationClip zoom{
+            .id = Uuid::random(), .start = EditTime(start), .end = EditTime(start + 1)};
         project.animation.zoomClips.push_back(zoom);
-        TextClip text;
-        text.id = Uuid::random();
-        text.start = EditTime(start);
-        text.end = EditTime(start + 2);
+        TextClip text{.id = Uuid::random(), .start = EditTime(start), .end = EditTime(start + 2)};
         project.text.clips.push_back(text);
     }
     const auto startsOf = [](const auto& clips) {
@@ -263,9 +255,7 @@ TEST(StoreNormalisation, AProjectOutOfOrderIsOrderedOnceWithoutAStep) {
 
 TEST_F(Store, ReplacingTheProjectKeepsOrDropsTheHistory) {
     store_.setRemovesNoise(true);
-    EditorDocument saved;
-    saved.project = store_.project();
-    saved.hasSavedProject = true;
+    EditorDocument saved{.project = store_.project(), .hasSavedProject = true};
     store_.replaceProject(saved, true);
     EXPECT_TRUE(store_.canUndo());
     store_.replaceProject(saved, false);
@@ -316,10 +306,7 @@ TEST_F(Store, DuplicatesAndMusicGoPastTouchingClipsIntoTheNextRoom) {
     }
     store_.addEmptyMusicClip(EditTime(0), EditTime(0.5));
     store_.addEmptyMusicClip(EditTime(3), EditTime(0.5));
-    MusicClip music;
-    music.id = Uuid::random();
-    music.start = EditTime(1.5);
-    music.end = EditTime(4.5);
+    MusicClip music{.id = Uuid::random(), .start = EditTime(1.5), .end = EditTime(4.5)};
     const auto added = store_.addMusicClip(music);
     ASSERT_TRUE(added);
     EXPECT_EQ(added->start, EditTime(6));

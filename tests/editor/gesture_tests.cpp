@@ -28,10 +28,8 @@ protected:
         project.timeline = fullLengthTimeline(SourceTime(60));
         TimelineEngine::splitClip(project.timeline, SourceTime(10), kMinimumTimelineClipDuration);
         for (const auto& [start, end] : {std::pair(2.0, 3.0), {4.0, 6.0}, {20.0, 22.0}}) {
-            AnimationClip zoom;
-            zoom.id = Uuid::random();
-            zoom.start = EditTime(start);
-            zoom.end = EditTime(end);
+            AnimationClip zoom{
+                .id = Uuid::random(), .start = EditTime(start), .end = EditTime(end)};
             project.animation.zoomClips.push_back(zoom);
         }
         store_.replaceProject(EditorDocument{.project = project}, false);

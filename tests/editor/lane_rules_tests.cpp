@@ -96,10 +96,7 @@ TEST(RippleSessions, SplitEachLaneAtTheTrimmedEdge) {
     const Uuid clip = project.timeline.clips[0].id;
     TimelineEngine::splitClip(project.timeline, SourceTime(10), kMinimumTimelineClipDuration);
     const auto addZoom = [&](double start, double end) {
-        AnimationClip zoom;
-        zoom.id = Uuid::random();
-        zoom.start = EditTime(start);
-        zoom.end = EditTime(end);
+        AnimationClip zoom{.id = Uuid::random(), .start = EditTime(start), .end = EditTime(end)};
         project.animation.zoomClips.push_back(zoom);
         return zoom.id;
     };

@@ -41,11 +41,10 @@ protected:
     }
 
     static LLMGenerationSettings settings() {
-        LLMGenerationSettings result;
-        result.contextSize = 2048;
-        result.maxGeneratedTokens = 400;
-        result.systemPrompt = YouTubeMetadataPromptBuilder::systemPrompt();
-        result.jsonSchema = YouTubeMetadataPromptBuilder::outputSchema();
+        LLMGenerationSettings result{.contextSize = 2048,
+                                     .maxGeneratedTokens = 400,
+                                     .systemPrompt = YouTubeMetadataPromptBuilder::systemPrompt(),
+                                     .jsonSchema = YouTubeMetadataPromptBuilder::outputSchema()};
         return result;
     }
 
@@ -73,9 +72,8 @@ TEST_F(RealLlamaTest, TheHelperPassesOnOnlyTheAnswerUnderTheSchema) {
     testing::TemporaryDirectory folder;
     const TemporaryTextFile prompt;
     prompt.write("Write the metadata for a short screen recording.\n");
-    ProcessOptions options;
-    options.arguments = llmOneShotArguments(tinyModel(), settings(), prompt.path());
-    options.timeout = 300s;
+    ProcessOptions options{.arguments = llmOneShotArguments(tinyModel(), settings(), prompt.path()),
+                           .timeout = 300s};
     const auto result = runProcess(kHelper, options);
     ASSERT_EQ(result.status, 0) << result.error;
     // Nothing of llama-cli's banner, echo or closing words: the answer is one JSON object

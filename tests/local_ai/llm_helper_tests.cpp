@@ -21,13 +21,12 @@ using testing::writeTextFile;
 
 TEST(LLMHelperSearchTest, TheFirstExecutableCandidateWinsInTheDocumentedOrder) {
     TemporaryDirectory folder;
-    LLMHelperSearchPlaces places;
-    places.programDirectory = folder / "bin";
-    places.currentDirectory = folder / "work";
-    places.resourcesDirectory = folder / "share/orvelle";
-    places.homeDirectory = folder / "home";
-    places.helperVariable = (folder / "variable-helper").string();
-    places.llamaCLIVariable = (folder / "variable-llama-cli").string();
+    LLMHelperSearchPlaces places{.programDirectory = folder / "bin",
+                                 .currentDirectory = folder / "work",
+                                 .resourcesDirectory = folder / "share/orvelle",
+                                 .homeDirectory = folder / "home",
+                                 .helperVariable = (folder / "variable-helper").string(),
+                                 .llamaCLIVariable = (folder / "variable-llama-cli").string()};
     const std::filesystem::path configured = folder / "configured";
 
     const std::vector<std::filesystem::path> order{

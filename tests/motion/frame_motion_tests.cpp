@@ -105,12 +105,8 @@ TEST(PlaybackMotionEngineTest, ClicksSoundOnlyWhilePlayingForwardsInsideClips) {
     recording.clicks = {{1.0, 0}, {2.0, 0}, {5.0, 0}, {6.0, 0}};
     PlaybackMotionEngine engine;
     engine.setRecording(recording);
-    TimelineClip first;
-    first.start = SourceTime(0);
-    first.end = SourceTime(4);
-    TimelineClip second;
-    second.start = SourceTime(5.5);
-    second.end = SourceTime(10);
+    TimelineClip first{.start = SourceTime(0), .end = SourceTime(4)};
+    TimelineClip second{.start = SourceTime(5.5), .end = SourceTime(10)};
     const std::vector clips{first, second};
 
     EXPECT_EQ(engine.updateClicks(0.5, true, clips), 0); // the first tick only sets the index

@@ -120,11 +120,8 @@ TEST_F(RenderTransitions, GlideStartsFromTheStateJustBeforeTheCut) {
 }
 
 TEST_F(RenderTransitions, ZoomComesFromTheEnvelopeAtTheEditTime) {
-    AnimationClip zoom;
-    zoom.id = Uuid::random();
-    zoom.start = EditTime(0);
-    zoom.end = EditTime(4);
-    zoom.zoomScale = 3;
+    AnimationClip zoom{
+        .id = Uuid::random(), .start = EditTime(0), .end = EditTime(4), .zoomScale = 3};
     project.animation.zoomClips = {zoom};
     const auto s = store({clip(0, 10)});
     const auto state = s.resolve(2, 2);

@@ -20,9 +20,7 @@ using testing::TemporaryDirectory;
 constexpr std::uint64_t kChunk = YouTubeUploadClient::kChunkSize;
 
 TEST(YouTubeUploadClient, MetadataAndProtocolDetails) {
-    YouTubeUploadRequest request;
-    request.title = "Title";
-    request.description = "Intro\n\n0:00 Start";
+    YouTubeUploadRequest request{.title = "Title", .description = "Intro\n\n0:00 Start"};
     const Json bare = YouTubeUploadClient::insertBody(request);
     EXPECT_EQ(bare, Json::parse(R"({
         "snippet": {"title": "Title", "description": "Intro\n\n0:00 Start"},
@@ -88,9 +86,7 @@ protected:
                                  {"code_challenge", "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM"},
                                  {"code_challenge_method", "S256"},
                                  {"state", "s"}});
-        HttpRequest consent;
-        consent.url = authorize;
-        consent.followRedirects = false;
+        HttpRequest consent{.url = authorize, .followRedirects = false};
         const auto redirect = sendHttpRequest(consent).header("Location");
         const auto code = URLComponents::parse(*redirect)->queryValue("code");
         HttpRequest token;
@@ -117,11 +113,10 @@ protected:
     }
 
     YouTubeUploadRequest request(const std::filesystem::path& file) {
-        YouTubeUploadRequest request;
-        request.fileURL = file;
-        request.title = "A finished edit";
-        request.description = "What it shows";
-        request.tags = {"orvelle"};
+        YouTubeUploadRequest request{.fileURL = file,
+                                     .title = "A finished edit",
+                                     .description = "What it shows",
+                                     .tags = {"orvelle"}};
         return request;
     }
 

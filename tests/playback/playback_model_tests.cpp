@@ -323,11 +323,8 @@ TEST_F(PlaybackModelTest, PausedFramesAreStillAndScrubbingBackOverThemAnswersFro
     PlaybackModel& model = *harness->model;
     // A zoom over the first seconds, so that playing through it blurs.
     model.editorStore().edit("Zoom", [](EditorProjectState& project, auto&) {
-        AnimationClip zoom;
-        zoom.id = Uuid::random();
-        zoom.start = EditTime(0.5);
-        zoom.end = EditTime(2.5);
-        zoom.zoomScale = 2.5;
+        AnimationClip zoom{
+            .id = Uuid::random(), .start = EditTime(0.5), .end = EditTime(2.5), .zoomScale = 2.5};
         project.animation.zoomClips = {zoom};
     });
     ASSERT_TRUE(harness->runUntil([&] { return harness->isSettled(); }));
@@ -413,12 +410,11 @@ TEST_F(PlaybackModelTest, MusicAddedWhileOpenIsHeardAndDrawnAndAnUnreadableFileI
     EditorStore& store = harness->store;
     const std::string songID = store.registerMusicSegment(song, 3);
     const std::string brokenID = store.registerMusicSegment(broken, 3);
-    MusicClip clip;
-    clip.id = Uuid::random();
-    clip.start = EditTime(1);
-    clip.end = EditTime(6);
-    clip.segmentID = songID;
-    clip.title = "Song";
+    MusicClip clip{.id = Uuid::random(),
+                   .start = EditTime(1),
+                   .end = EditTime(6),
+                   .segmentID = songID,
+                   .title = "Song"};
     ASSERT_TRUE(store.addMusicClip(clip));
     ASSERT_TRUE(harness->runUntil([&] {
         return model.musicWaveforms().value().contains(songID) && harness->isSettled() &&

@@ -24,10 +24,8 @@ PrivateSoundServer& soundServer() {
 }
 
 EditedTake writeEditedTake(const std::filesystem::path& folder) {
-    TinyTakeOptions options;
-    options.seconds = 14;
-    options.camera = std::pair{1.0, 13.0};
-    options.clicks = {1.0, 4.5, 6.0, 11.0};
+    TinyTakeOptions options{
+        .seconds = 14, .clicks = {1.0, 4.5, 6.0, 11.0}, .camera = std::pair{1.0, 13.0}};
     EditedTake edited{writeTinyTake(folder, options), {}};
     edited.document = EditorDocument::load(edited.take.screenURL);
     TimelineState& timeline = edited.document.project.timeline;

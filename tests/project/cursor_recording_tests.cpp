@@ -15,10 +15,10 @@ using testing::writeTextFile;
 TEST(CursorRecording, RoundTripsThroughItsFileBesideTheMovie) {
     EXPECT_EQ(CursorRecording::fileURL("/takes/a.b.mov"), "/takes/a.b.cursor.json");
     TemporaryDirectory folder;
-    CursorRecording recording;
-    recording.captureFrame = {100, 50, 1280, 720};
-    recording.samples = {{0, 0.5, 0.25, true}, {1.0 / 60, 0.51, 0.26, true}, {0.05, 1, 0, false}};
-    recording.clicks = {{0.02, 0}, {0.04, 1}};
+    CursorRecording recording{
+        .captureFrame = {100, 50, 1280, 720},
+        .samples = {{0, 0.5, 0.25, true}, {1.0 / 60, 0.51, 0.26, true}, {0.05, 1, 0, false}},
+        .clicks = {{0.02, 0}, {0.04, 1}}};
     const auto path = folder / "take.cursor.json";
     recording.save(path);
     const Json json = readJsonFile(path);
@@ -65,9 +65,7 @@ TEST(CursorRecording, AMissingKeyOrFileFailsNamingIt) {
 TEST(CursorRecording, OfATakeIsItsCursorSegmentsFileWhenItReads) {
     TemporaryDirectory folder;
     const auto screen = folder / "Take.mov";
-    RecordedMediaSegment segment;
-    segment.url = screen;
-    segment.duration = 4;
+    RecordedMediaSegment segment{.url = screen, .duration = 4};
     const auto manifest =
         TakeManifestWriter::write(screen, {segment}, {}, {}, folder / "Take.cursor.json");
     // Listed but not written: no pointer data.

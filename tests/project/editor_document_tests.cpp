@@ -23,14 +23,10 @@ protected:
         remembered.cursor.style = CursorStyle::obsidian;
         remembered.background.wallpaper = WallpaperPreset(WallpaperCategory::pink, 2);
         remembered.screen.aspectRatio = AspectRatio::square;
-        AnimationClip zoom;
-        zoom.id = Uuid::random();
-        zoom.end = EditTime(3);
+        AnimationClip zoom{.id = Uuid::random(), .end = EditTime(3)};
         remembered.animation.zoomClips = {zoom};
         remembered.animation.screenStyle = ScreenAnimationStyle::smooth;
-        CameraLayoutClip layout;
-        layout.id = Uuid::random();
-        layout.end = EditTime(2);
+        CameraLayoutClip layout{.id = Uuid::random(), .end = EditTime(2)};
         remembered.camera.dynamicLayoutClips = {layout};
         remembered.camera.isMirrored = true;
         remembered.exportSettings = ProjectExportSettings{};
@@ -41,14 +37,9 @@ protected:
     }
 
     TakeManifest writeManifest() {
-        RecordedMediaSegment screen;
-        screen.url = movie_;
-        screen.duration = 0.5;
-        screen.mediaDuration = 0.5;
-        RecordedMediaSegment microphone;
-        microphone.kind = Kind::microphone;
-        microphone.url = folder_ / "take.m4a";
-        microphone.duration = 0.5;
+        RecordedMediaSegment screen{.url = movie_, .duration = 0.5, .mediaDuration = 0.5};
+        RecordedMediaSegment microphone{
+            .kind = Kind::microphone, .url = folder_ / "take.m4a", .duration = 0.5};
         return TakeManifestWriter::write(movie_, {screen}, {}, {microphone}, std::nullopt);
     }
 

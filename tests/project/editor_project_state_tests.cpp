@@ -54,43 +54,38 @@ TEST(EditorProjectStateJson, AMissingKeyOrUnknownNameFailsTheProjectNamingIt) {
 }
 
 EditorProjectState populatedState() {
-    EditorProjectState state;
-    state.manifest = decodeJson<TakeManifest>(minimalManifestJson());
-    state.timeline = seededTimeline({}, SourceTime(12));
+    EditorProjectState state{.manifest = decodeJson<TakeManifest>(minimalManifestJson()),
+                             .timeline = seededTimeline({}, SourceTime(12))};
     state.timeline.clips[0].speed = 1.5;
-    AnimationClip zoom;
-    zoom.id = Uuid::random();
-    zoom.start = EditTime(1);
-    zoom.end = EditTime(2.5);
-    zoom.manualOffset = ZoomManualOffset(0.25, -0.5);
+    AnimationClip zoom{.id = Uuid::random(),
+                       .start = EditTime(1),
+                       .end = EditTime(2.5),
+                       .manualOffset = ZoomManualOffset(0.25, -0.5)};
     state.animation = {ScreenAnimationStyle::smooth, {zoom}};
     state.background.kind = BackgroundKind::color;
     state.background.wallpaper = WallpaperPreset(WallpaperCategory::green, 3);
     state.cursor.style = CursorStyle::dot;
     state.cursor.tiltEnabled = false;
-    CameraLayoutClip layout;
-    layout.id = Uuid::random();
-    layout.start = EditTime(0);
-    layout.end = EditTime(3);
-    layout.mode = CameraLayoutMode::fullscreen;
-    layout.position = CameraOverlayPosition::topLeft;
+    CameraLayoutClip layout{.id = Uuid::random(),
+                            .start = EditTime(0),
+                            .end = EditTime(3),
+                            .mode = CameraLayoutMode::fullscreen,
+                            .position = CameraOverlayPosition::topLeft};
     state.camera.dynamicLayoutClips = {layout};
     state.camera.shape = CameraOverlayShape::vertical;
-    MaskClip mask;
-    mask.id = Uuid::random();
-    mask.start = EditTime(2);
-    mask.end = EditTime(4);
-    mask.referenceTime = EditTime(3);
-    mask.rect = {0.1, 0.2, 0.3, 0.4};
-    mask.borderStyle = MaskBorder::Style::twinComet;
+    MaskClip mask{.id = Uuid::random(),
+                  .start = EditTime(2),
+                  .end = EditTime(4),
+                  .referenceTime = EditTime(3),
+                  .rect = {0.1, 0.2, 0.3, 0.4},
+                  .borderStyle = MaskBorder::Style::twinComet};
     state.mask.clips = {mask};
     state.music.clips = {{Uuid::random(), EditTime(0), EditTime(9), 4.5, "music-0001", "Theme"}};
-    TextClip text;
-    text.id = Uuid::random();
-    text.start = EditTime(5);
-    text.end = EditTime(7);
-    text.text = "Hello\nthere";
-    text.alignment = TextBlockAlignment::center;
+    TextClip text{.id = Uuid::random(),
+                  .start = EditTime(5),
+                  .end = EditTime(7),
+                  .text = "Hello\nthere",
+                  .alignment = TextBlockAlignment::center};
     state.text.clips = {text};
     state.audio.removesNoise = true;
     state.audio.musicVolume = 0.3;
@@ -110,11 +105,8 @@ TEST(EditorProjectStateJson, SerialisingAndReadingYieldsTheSameValue) {
 
 TEST(CameraOverlaySettings, ActiveLayoutClipSkipsDisabledOnes) {
     CameraOverlaySettings settings;
-    CameraLayoutClip off;
-    off.id = Uuid::random();
-    off.start = EditTime(0);
-    off.end = EditTime(10);
-    off.isDisabled = true;
+    CameraLayoutClip off{
+        .id = Uuid::random(), .start = EditTime(0), .end = EditTime(10), .isDisabled = true};
     CameraLayoutClip on = off;
     on.id = Uuid::random();
     on.isDisabled = false;
@@ -130,10 +122,7 @@ TEST(TextOverlaySettings, ActiveClipsAreAllThatCoverTheTimeInOrder) {
     TextOverlaySettings settings;
     for (const auto& [start, end] :
          std::vector<std::pair<double, double>>{{0, 4}, {2, 6}, {5, 8}}) {
-        TextClip clip;
-        clip.id = Uuid::random();
-        clip.start = EditTime(start);
-        clip.end = EditTime(end);
+        TextClip clip{.id = Uuid::random(), .start = EditTime(start), .end = EditTime(end)};
         settings.clips.push_back(clip);
     }
     EXPECT_EQ(settings.activeClips(EditTime(3)).size(), 2u);

@@ -18,10 +18,7 @@ void expectRect(const MaskRect& actual, const MaskRect& expected) {
 }
 
 MaskClip maskClip(double start, double end) {
-    MaskClip clip;
-    clip.id = Uuid::random();
-    clip.start = EditTime(start);
-    clip.end = EditTime(end);
+    MaskClip clip{.id = Uuid::random(), .start = EditTime(start), .end = EditTime(end)};
     return clip;
 }
 

@@ -36,9 +36,7 @@ INSTANTIATE_TEST_SUITE_P(
                       RateCase{std::numeric_limits<double>::infinity(), 90, 90}));
 
 TEST(NominalFrameRate, FallsBackToTheMinimumFrameDuration) {
-    VideoStreamInfo track;
-    track.nominalFrameRate = 25;
-    track.minFrameDuration = 1.0 / 50;
+    VideoStreamInfo track{.nominalFrameRate = 25, .minFrameDuration = 1.0 / 50};
     EXPECT_EQ(MediaAssetMetadata::nominalFrameRate(track), 25);
     track.nominalFrameRate = 0;
     EXPECT_DOUBLE_EQ(*MediaAssetMetadata::nominalFrameRate(track), 50);
@@ -52,9 +50,7 @@ TEST(NominalFrameRate, FallsBackToTheMinimumFrameDuration) {
 }
 
 TEST(NaturalVideoSize, IsTheDisplayedShapeAsAbsoluteValues) {
-    VideoStreamInfo track;
-    track.naturalWidth = -48;
-    track.naturalHeight = 64;
+    VideoStreamInfo track{.naturalWidth = -48, .naturalHeight = 64};
     EXPECT_EQ(MediaAssetMetadata::naturalVideoSize(track), (VideoSize{48, 64}));
 }
 

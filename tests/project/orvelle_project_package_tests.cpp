@@ -40,12 +40,11 @@ std::set<std::string> namesIn(const fs::path& folder) {
 }
 
 RecordedMediaSegment segment(Kind kind, const fs::path& url, double start, double duration) {
-    RecordedMediaSegment result;
-    result.kind = kind;
-    result.url = url;
-    result.programStart = start;
-    result.duration = duration;
-    result.mediaDuration = duration;
+    RecordedMediaSegment result{.kind = kind,
+                                .url = url,
+                                .programStart = start,
+                                .duration = duration,
+                                .mediaDuration = duration};
     return result;
 }
 
@@ -73,11 +72,8 @@ protected:
             {segment(Kind::microphone, take / "Take.mic.m4a", 0, 9)}, take / "Take.cursor.json");
         project_.timeline = fullLengthTimeline(SourceTime(9));
         project_.audio.musicVolume = 0.25;
-        TextClip text;
-        text.id = Uuid::random();
-        text.start = EditTime(1);
-        text.end = EditTime(3);
-        text.text = "Hello";
+        TextClip text{
+            .id = Uuid::random(), .start = EditTime(1), .end = EditTime(3), .text = "Hello"};
         project_.text.clips = {text};
     }
 

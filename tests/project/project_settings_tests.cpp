@@ -179,9 +179,8 @@ TEST(MusicClipJson, OlderFilesNameTheSegmentByOrdinal) {
 }
 
 TEST(ExportSettingsJson, ChaptersAndConversationRoundTrip) {
-    ProjectExportSettings settings;
-    settings.uploadToYouTube = true;
-    settings.youtubeChapters = {{0, "Intro"}, {42.5, "Setup"}};
+    ProjectExportSettings settings{.uploadToYouTube = true,
+                                   .youtubeChapters = {{0, "Intro"}, {42.5, "Setup"}}};
     settings.metadataConversation = {{YouTubeMetadataConversationTurn::Role::user, "Shorter title"},
                                      {YouTubeMetadataConversationTurn::Role::assistant, "{}"}};
     const Json json = encodeJson(settings);

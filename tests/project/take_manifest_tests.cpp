@@ -15,33 +15,31 @@ using testing::writeTextFile;
 
 RecordedMediaSegment recorded(Kind kind, const std::filesystem::path& url, double programStart,
                               double duration) {
-    RecordedMediaSegment segment;
-    segment.kind = kind;
-    segment.url = url;
-    segment.programStart = programStart;
-    segment.duration = duration;
-    segment.mediaDuration = duration;
+    RecordedMediaSegment segment{.kind = kind,
+                                 .url = url,
+                                 .programStart = programStart,
+                                 .duration = duration,
+                                 .mediaDuration = duration};
     return segment;
 }
 
 TakeSegmentManifest row(const std::string& id, Kind kind, double programStart, double duration,
                         const std::filesystem::path& url = "/takes/a.mov") {
-    TakeSegmentManifest segment;
-    segment.id = id;
-    segment.trackID = std::string(MediaTrackManifest::defaultTrackID(kind));
-    segment.kind = kind;
-    segment.url = url;
-    segment.programStart = programStart;
-    segment.duration = duration;
-    segment.mediaDuration = duration;
+    TakeSegmentManifest segment{.id = id,
+                                .trackID = std::string(MediaTrackManifest::defaultTrackID(kind)),
+                                .kind = kind,
+                                .url = url,
+                                .programStart = programStart,
+                                .duration = duration,
+                                .mediaDuration = duration};
     return segment;
 }
 
 TEST(TakeManifestJson, LeavesAbsentValuesOutAndWritesURLs) {
-    TakeManifest manifest;
-    manifest.createdAt = Date::fromSecondsSince1970(1700000000.25);
-    manifest.tracks = {{"screen", Kind::screen, "Screen", std::nullopt, std::nullopt, 1920, 1080}};
-    manifest.segments = {row("screen-segment1", Kind::screen, 0, 4, "/takes/My Take.mov")};
+    TakeManifest manifest{
+        .createdAt = Date::fromSecondsSince1970(1700000000.25),
+        .tracks = {{"screen", Kind::screen, "Screen", std::nullopt, std::nullopt, 1920, 1080}},
+        .segments = {row("screen-segment1", Kind::screen, 0, 4, "/takes/My Take.mov")}};
     const Json json = encodeJson(manifest);
     EXPECT_EQ(json.at("version"), Json(2));
     EXPECT_EQ(json.at("createdAt"), Json("2023-11-14T22:13:20.250Z"));

@@ -25,9 +25,7 @@ namespace fs = std::filesystem;
 // The edit of a tiny take, as the window hands it to the controller.
 ExportSnapshot snapshotOf(const testing::TinyTake& take) {
     const EditorDocument document = EditorDocument::load(take.screenURL);
-    ExportSnapshot snapshot;
-    snapshot.sourceURL = take.screenURL;
-    snapshot.project = document.project;
+    ExportSnapshot snapshot{.sourceURL = take.screenURL, .project = document.project};
     // A take never edited has the one clip the editor gives it.
     snapshot.project.timeline =
         seededTimeline(snapshot.project.timeline, takeSourceDuration(snapshot.project.manifest));
@@ -79,9 +77,7 @@ protected:
     }
 
     static YouTubeUploadRequest uploadRequest() {
-        YouTubeUploadRequest request;
-        request.title = "The tiny take";
-        request.description = "0:00 Start";
+        YouTubeUploadRequest request{.title = "The tiny take", .description = "0:00 Start"};
         return request;
     }
 

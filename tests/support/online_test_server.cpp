@@ -10,11 +10,10 @@ namespace orvelle::testing {
 namespace {
 
 Json post(const std::string& url, const Json& body) {
-    HttpRequest request;
-    request.method = "POST";
-    request.url = url;
-    request.headers = {{"Content-Type", "application/json"}};
-    request.body = body.dump();
+    HttpRequest request{.method = "POST",
+                        .url = url,
+                        .headers = {{"Content-Type", "application/json"}},
+                        .body = body.dump()};
     const auto response = sendHttpRequest(request);
     if (response.status != 200) {
         throw std::runtime_error("the online test server refused " + url + ": " + response.body);
@@ -68,9 +67,7 @@ OnlineTestServer::programEnvironment(const std::filesystem::path& dataHome) cons
 }
 
 std::string OnlineTestServer::browse(const std::string& url) {
-    HttpRequest request;
-    request.url = url;
-    request.timeout = std::chrono::seconds(20);
+    HttpRequest request{.url = url, .timeout = std::chrono::seconds(20)};
     return sendHttpRequest(request).body;
 }
 

@@ -59,9 +59,9 @@ PrivateSecretService::PrivateSecretService() {
     std::promise<std::string> address;
     auto addressFuture = address.get_future();
     bus_ = std::async(std::launch::async, [this, config, address = std::move(address)]() mutable {
-        ProcessOptions options;
-        options.arguments = {"--config-file=" + config.string(), "--nofork", "--print-address=1"};
-        options.terminationGrace = std::chrono::milliseconds(500);
+        ProcessOptions options{
+            .arguments = {"--config-file=" + config.string(), "--nofork", "--print-address=1"},
+            .terminationGrace = std::chrono::milliseconds(500)};
         std::string output;
         bool told = false;
         options.onOutput = [&](std::string_view piece) {
@@ -87,9 +87,8 @@ PrivateSecretService::PrivateSecretService() {
     busAddress_ = addressFuture.get();
 
     keyring_ = std::async(std::launch::async, [this] {
-        ProcessOptions options;
-        options.arguments = {"--foreground", "--unlock", "--components=secrets"};
-        options.input = "test-keyring-password";
+        ProcessOptions options{.arguments = {"--foreground", "--unlock", "--components=secrets"},
+                               .input = "test-keyring-password"};
         options.environment = {{"DBUS_SESSION_BUS_ADDRESS", busAddress_},
                                {"HOME", home_.path().string()},
                                {"XDG_DATA_HOME", (home_ / "data").string()},

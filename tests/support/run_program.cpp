@@ -97,10 +97,9 @@ ProgramResult runProgram(const std::filesystem::path& program,
             throw std::runtime_error("waitpid failed");
         }
     }
-    ProgramResult result;
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.out = readFile(outPath);
-    result.err = readFile(errPath);
+    ProgramResult result{.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+                         .out = readFile(outPath),
+                         .err = readFile(errPath)};
     return result;
 }
 

@@ -13,19 +13,17 @@ TinyTake writeTinyTake(const std::filesystem::path& folder, const TinyTakeOption
     TinyTake take;
     take.screenURL = folder / "Tiny Take.mp4";
     const int frames = static_cast<int>(std::lround(options.seconds * options.frameRate));
-    TestMovieOptions movie;
-    movie.width = options.width;
-    movie.height = options.height;
-    movie.frameRate = options.frameRate;
-    movie.frameCount = frames;
+    TestMovieOptions movie{.width = options.width,
+                           .height = options.height,
+                           .frameRate = options.frameRate,
+                           .frameCount = frames};
     writeNumberedMovie(take.screenURL, movie);
 
-    RecordedMediaSegment screen;
-    screen.url = take.screenURL;
-    screen.duration = options.seconds;
-    screen.mediaDuration = options.seconds;
-    screen.width = options.width;
-    screen.height = options.height;
+    RecordedMediaSegment screen{.url = take.screenURL,
+                                .duration = options.seconds,
+                                .mediaDuration = options.seconds,
+                                .width = options.width,
+                                .height = options.height};
 
     std::vector<RecordedMediaSegment> microphones;
     if (options.withMicrophone) {
@@ -34,9 +32,8 @@ TinyTake writeTinyTake(const std::filesystem::path& folder, const TinyTakeOption
                        options.microphoneSamples.empty() ? sineTone(440, options.seconds, 48000, 1)
                                                          : options.microphoneSamples,
                        {48000, 1});
-        RecordedMediaSegment microphone;
-        microphone.kind = MediaTrackManifest::Kind::microphone;
-        microphone.url = *take.microphoneURL;
+        RecordedMediaSegment microphone{.kind = MediaTrackManifest::Kind::microphone,
+                                        .url = *take.microphoneURL};
         const double heard = options.microphoneSamples.empty()
                                  ? options.seconds
                                  : static_cast<double>(options.microphoneSamples.size()) / 48000;
@@ -49,20 +46,19 @@ TinyTake writeTinyTake(const std::filesystem::path& folder, const TinyTakeOption
     if (options.camera) {
         const auto [from, to] = *options.camera;
         take.cameraURL = folder / "Tiny Take-camera-001.mp4";
-        TestMovieOptions cameraMovie;
-        cameraMovie.width = 64;
-        cameraMovie.height = 48;
-        cameraMovie.frameRate = options.frameRate;
-        cameraMovie.frameCount = static_cast<int>(std::lround((to - from) * options.frameRate));
+        TestMovieOptions cameraMovie{
+            .width = 64,
+            .height = 48,
+            .frameRate = options.frameRate,
+            .frameCount = static_cast<int>(std::lround((to - from) * options.frameRate))};
         writeNumberedMovie(*take.cameraURL, cameraMovie);
-        RecordedMediaSegment camera;
-        camera.kind = MediaTrackManifest::Kind::camera;
-        camera.url = *take.cameraURL;
-        camera.programStart = from;
-        camera.duration = to - from;
-        camera.mediaDuration = to - from;
-        camera.width = 64;
-        camera.height = 48;
+        RecordedMediaSegment camera{.kind = MediaTrackManifest::Kind::camera,
+                                    .url = *take.cameraURL,
+                                    .programStart = from,
+                                    .duration = to - from,
+                                    .mediaDuration = to - from,
+                                    .width = 64,
+                                    .height = 48};
         cameras.push_back(camera);
     }
 

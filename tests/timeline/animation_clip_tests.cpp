@@ -14,25 +14,21 @@ Json minimalClip() {
 }
 
 TEST(AnimationClipJson, RoundTripsEveryField) {
-    AnimationClip clip;
-    clip.id = Uuid::random();
-    clip.start = EditTime(1);
-    clip.end = EditTime(3.5);
-    clip.zoomScale = 2.25;
-    clip.zoomMode = AnimationZoomMode::manual;
-    clip.manualOffset = ZoomManualOffset(0.5, -1.25);
-    clip.instantAnimation = true;
-    clip.isDisabled = true;
-    clip.tiltDegrees = 12;
-    clip.tiltDirectionDegrees = 270;
-    clip.centerBias = true;
+    AnimationClip clip{.id = Uuid::random(),
+                       .start = EditTime(1),
+                       .end = EditTime(3.5),
+                       .zoomScale = 2.25,
+                       .zoomMode = AnimationZoomMode::manual,
+                       .manualOffset = ZoomManualOffset(0.5, -1.25),
+                       .instantAnimation = true,
+                       .isDisabled = true,
+                       .tiltDegrees = 12,
+                       .tiltDirectionDegrees = 270,
+                       .centerBias = true};
     const Json json = encodeJson(clip);
     EXPECT_EQ(json.at("zoomMode"), Json("manual"));
     // Only identity and times are needed; the rest reads as a new clip has it.
-    AnimationClip plain;
-    plain.id = clip.id;
-    plain.start = clip.start;
-    plain.end = clip.end;
+    AnimationClip plain{.id = clip.id, .start = clip.start, .end = clip.end};
     EXPECT_EQ(decodeJson<AnimationClip>(Json{{"id", json.at("id")}, {"start", 1}, {"end", 3.5}}),
               plain);
     EXPECT_EQ(plain.zoomScale, 1.5);

@@ -223,10 +223,9 @@ TEST(EditTimelineMapping, EditAndSourceTimesRoundTripInsideClips) {
 }
 
 TEST(EditTimeline, TakesTheListsOfAState) {
-    TimelineState state;
-    state.sourceDuration = SourceTime(30);
-    state.clips = {clip(0, 10), clip(20, 30)};
-    state.deletedGaps = {gap(10, 20)};
+    TimelineState state{.sourceDuration = SourceTime(30),
+                        .clips = {clip(0, 10), clip(20, 30)},
+                        .deletedGaps = {gap(10, 20)}};
     const auto timeline = EditTimeline::from(state);
     EXPECT_EQ(timeline.boundaryEpsilon, 1.0 / 600.0);
     const ResolvedEditTimeline resolved(timeline);

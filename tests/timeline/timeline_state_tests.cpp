@@ -52,9 +52,7 @@ TEST(TimelineClipJson, ReadsIntoRange) {
     EXPECT_TRUE(clip.audio.ducksMusicDuringVoice);
     EXPECT_FALSE(encodeJson(clip.audio).contains("systemAudioVolume")); // absent stays absent
     // Values made in code are held the same way wherever they are used.
-    TimelineClipAudioSettings settings;
-    settings.microphoneVolume = kNaN;
-    settings.systemAudioVolume = 0.4;
+    TimelineClipAudioSettings settings{.microphoneVolume = kNaN, .systemAudioVolume = 0.4};
     EXPECT_EQ(settings.clamped().microphoneVolume, 1.0);
     EXPECT_EQ(settings.clamped().systemAudioVolume, 0.4);
     for (const auto& [speed, held] : std::vector<std::pair<double, double>>{
@@ -66,11 +64,8 @@ TEST(TimelineClipJson, ReadsIntoRange) {
 TEST(TimelineStateJson, RoundTripsAndNeedsItsClips) {
     TimelineState state;
     state.sourceDuration = SourceTime(30);
-    TimelineClip first;
-    first.id = *Uuid::parse(kClipID);
-    first.start = SourceTime(0);
-    first.end = SourceTime(10);
-    first.speed = 2;
+    TimelineClip first{
+        .id = *Uuid::parse(kClipID), .start = SourceTime(0), .end = SourceTime(10), .speed = 2};
     first.audio.systemAudioVolume = 0.5;
     first.hidesCursor = true;
     first.fadeInDuration = 0.5;

@@ -203,9 +203,7 @@ TEST_F(CompositionMedia, LoopsMusicUnderTheEnvelope) {
     const auto music = directory.path() / "music.m4a";
     writeAudioFile(music, sineTone(220, 1.5, 44100, 2, 0.8f), {44100, 2});
     source.musicSources["music-0001"] = {music, {}, 1.5};
-    AudioSettings settings;
-    settings.microphoneVolume = 0;
-    settings.musicVolume = 0.5;
+    AudioSettings settings{.microphoneVolume = 0, .musicVolume = 0.5};
     const std::vector clips{clip(0, 6)};
     const std::vector musicClips{
         MusicClip{Uuid::random(), EditTime(1), EditTime(5), 0, "music-0001", "Loop"}};
@@ -236,9 +234,7 @@ TEST_F(CompositionMedia, ALoopedMusicFileWrapsAroundWithoutAClick) {
     const auto music = directory.path() / "loop.wav";
     writeAudioFile(music, sineTone(223.3, 1.5, rate, 2, 0.8f), {rate, 2});
     source.musicSources["music-0001"] = {music, {}, 1.5};
-    AudioSettings settings;
-    settings.microphoneVolume = 0;
-    settings.musicVolume = 0.5;
+    AudioSettings settings{.microphoneVolume = 0, .musicVolume = 0.5};
     const std::vector musicClips{
         MusicClip{Uuid::random(), EditTime(1), EditTime(5), 0, "music-0001", "Loop"}};
     const auto result = TimelineComposition::make({clip(0, 6)}, source, settings, musicClips, {});

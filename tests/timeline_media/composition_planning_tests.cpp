@@ -364,9 +364,7 @@ TEST(TimelineComposition, MakesTracksPerRoleWithVolumesAndLeavesOutSilentRoles) 
     // A clip's own volume does not bring back a role the project has muted.
     first.audio.systemAudioVolume = 0.7;
     const std::vector clips{first, clip(8, 12), clip(12, 14, 2)};
-    AudioSettings settings;
-    settings.systemAudioVolume = 0;
-    settings.microphoneVolume = 0.8;
+    AudioSettings settings{.microphoneVolume = 0.8, .systemAudioVolume = 0};
     const auto result = TimelineComposition::make(clips, source, settings, {}, {});
     ASSERT_TRUE(result);
     EXPECT_DOUBLE_EQ(result->duration, 10);

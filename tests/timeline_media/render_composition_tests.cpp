@@ -208,12 +208,11 @@ protected:
 
     RenderExportSettings settingsFor(const testing::TinyTake& take,
                                      std::vector<TimelineClip> clips) {
-        RenderExportSettings settings;
-        settings.sourceURL = take.screenURL;
-        settings.outputURL = directory / "out.mp4";
-        settings.width = 320;
-        settings.height = 180;
-        settings.fps = 30;
+        RenderExportSettings settings{.sourceURL = take.screenURL,
+                                      .outputURL = directory / "out.mp4",
+                                      .width = 320,
+                                      .height = 180,
+                                      .fps = 30};
         settings.project.manifest = take.manifest;
         settings.project.timeline.sourceDuration = SourceTime(take.manifest.duration());
         settings.project.timeline.clips = clips;

@@ -220,9 +220,9 @@ TEST_F(EditorTranscriptControllerTest, TranscribesWithItsStagesOrSaysWhatIsMissi
     EXPECT_EQ(controller->missingModels().value(),
               (std::vector<std::string>{"speech", "alignment", "language"}));
 
-    EditorTranscriptProcessingOptions named;
-    named.speechModel = TranscriptModelSource{testModel("parakeet-split")};
-    named.alignmentBundle = testModel("ctc-char");
+    EditorTranscriptProcessingOptions named{.speechModel =
+                                                TranscriptModelSource{testModel("parakeet-split")},
+                                            .alignmentBundle = testModel("ctc-char")};
     QwenTranscriptParagraphSuggesterConfiguration qwen;
     qwen.model = data / "absent.gguf";
     named.paragraphSuggester = std::make_shared<QwenTranscriptParagraphSuggester>(qwen);

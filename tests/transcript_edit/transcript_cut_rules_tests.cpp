@@ -27,10 +27,7 @@ TimelineState timelineOf(double duration, std::vector<std::pair<double, double>>
     TimelineState state;
     state.sourceDuration = SourceTime(duration);
     for (const auto& [start, end] : clips) {
-        TimelineClip clip;
-        clip.id = Uuid::random();
-        clip.start = SourceTime(start);
-        clip.end = SourceTime(end);
+        TimelineClip clip{.id = Uuid::random(), .start = SourceTime(start), .end = SourceTime(end)};
         state.clips.push_back(clip);
     }
     return state;

@@ -49,9 +49,9 @@ TEST(EditorTranscriptStoreTest, OpensTheNewestFormThereIsAndSavesAllThree) {
     EXPECT_EQ(legacy->analysis.source.modelDescription, "Unknown");
 
     // The analysis sidecar wins over the text: no paragraphs, no baseline.
-    TranscriptAnalysis analysis;
-    analysis.text = "from the sidecar";
-    analysis.words = {word("from", 0, 0.3), word("the", 0.4, 0.5), word("sidecar", 0.6, 1.0)};
+    TranscriptAnalysis analysis{
+        .text = "from the sidecar",
+        .words = {word("from", 0, 0.3), word("the", 0.4, 0.5), word("sidecar", 0.6, 1.0)}};
     analysis.source.audioURL = folder / "Take.wav";
     TranscriptOutputWriter::writeJSON(analysis, folder / "Take.transcript.json");
     auto fromAnalysis = EditorTranscriptStore::load(screen);
@@ -113,9 +113,9 @@ TEST(EditorTranscriptSmoothingTest, RoughTimesAreClampedOrderedAndLongEnough) {
 class EditorTranscriptPipelineTest : public ::testing::Test {
 protected:
     static EditorTranscriptProcessingOptions options(bool withBundle = true) {
-        EditorTranscriptProcessingOptions result;
-        result.speechModel = TranscriptModelSource{testModel("parakeet-split")};
-        result.alignmentBundle = withBundle ? testModel("ctc-char") : testModel("no-such-bundle");
+        EditorTranscriptProcessingOptions result{
+            .speechModel = TranscriptModelSource{testModel("parakeet-split")},
+            .alignmentBundle = withBundle ? testModel("ctc-char") : testModel("no-such-bundle")};
         // No language model here: the paragraph pass must fall back.
         QwenTranscriptParagraphSuggesterConfiguration qwen;
         qwen.model = testModel("no-such-model.gguf");

@@ -246,10 +246,7 @@ TEST(ImageColorMatrix, WorksOnStraightColour) {
         ColorMatrix matrix;
         std::array<int, 4> expected;
     };
-    ColorMatrix dim;
-    dim.red = {0.5, 0, 0, 0};
-    dim.green = {0, 0.5, 0, 0};
-    dim.blue = {0, 0, 0.5, 0};
+    ColorMatrix dim{.red = {0.5, 0, 0, 0}, .green = {0, 0.5, 0, 0}, .blue = {0, 0, 0.5, 0}};
     ColorMatrix shadow;
     shadow.red = shadow.green = shadow.blue = {0, 0, 0, 0};
     shadow.alpha = {0, 0, 0, 0.5};

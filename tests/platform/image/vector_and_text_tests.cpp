@@ -69,9 +69,7 @@ TEST(VectorCanvas, RoundedRectanglesStrokesAndBitmaps) {
 }
 
 TEST(TextLine, MeasuresAndDrawsTheLine) {
-    TextLineStyle style;
-    style.pixelSize = 40;
-    style.padding = 3;
+    TextLineStyle style{.pixelSize = 40, .padding = 3};
     const TextLineBitmap short_ = renderTextLine("Hi", style);
     const TextLineBitmap long_ = renderTextLine("Hello, world", style);
     EXPECT_GT(short_.glyphWidth, 10);
@@ -96,9 +94,7 @@ TEST(TextLine, MeasuresAndDrawsTheLine) {
 }
 
 TEST(TextLine, ShadowLiesUnderAndBelowTheGlyphs) {
-    TextLineStyle style;
-    style.pixelSize = 40;
-    style.padding = 20;
+    TextLineStyle style{.pixelSize = 40, .padding = 20};
     const TextLineBitmap plain = renderTextLine("_", style);
     style.shadowAlpha = 0.5;
     style.shadowBlur = 4;

@@ -150,9 +150,7 @@ TEST(ProcessTest, TimeOutCancellationAndOutputLimitStopTheWholeGroup) {
     };
 
     {
-        ProcessOptions options;
-        options.timeout = 300ms;
-        options.terminationGrace = 500ms;
+        ProcessOptions options{.timeout = 300ms, .terminationGrace = 500ms};
         std::string output;
         options.onOutput = [&](std::string_view piece) { output += piece; };
         const auto start = Clock::now();

@@ -59,10 +59,8 @@ void expectOnBursts(const AlignmentResult& result, const std::vector<AlignmentIn
 class AlignmentEngineTest : public ::testing::Test {
 protected:
     AlignmentRequest request(std::vector<AlignmentInputWord> words, double duration) {
-        AlignmentRequest made;
-        made.audioFileURL = audio_;
-        made.words = std::move(words);
-        made.sourceDuration = duration;
+        AlignmentRequest made{
+            .audioFileURL = audio_, .words = std::move(words), .sourceDuration = duration};
         return made;
     }
 

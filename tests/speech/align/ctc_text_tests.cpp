@@ -124,12 +124,11 @@ TEST(CTCTranscriptNormalizer, NormalizedTextFoldsToLettersDigitsAndSingleBlanks)
 }
 
 AlignmentTokenizerMetadata characterMetadata() {
-    AlignmentTokenizerMetadata metadata;
-    metadata.type = "ctc_char";
-    metadata.vocabularyFile = "vocab.json";
-    metadata.blankToken = "<pad>";
-    metadata.unknownToken = "<unk>";
-    metadata.wordSeparatorToken = "|";
+    AlignmentTokenizerMetadata metadata{.type = "ctc_char",
+                                        .vocabularyFile = "vocab.json",
+                                        .blankToken = "<pad>",
+                                        .unknownToken = "<unk>",
+                                        .wordSeparatorToken = "|"};
     return metadata;
 }
 
@@ -140,11 +139,10 @@ constexpr std::string_view kCharacterVocabulary = R"({"vocab": {"<pad>": 0, "<s>
   "P": 23, "B": 24, "V": 25, "K": 26, "'": 27, "X": 28, "J": 29, "Q": 30, "Z": 31}})";
 
 AlignmentTokenizerMetadata bpeMetadata() {
-    AlignmentTokenizerMetadata metadata;
-    metadata.type = "bpe";
-    metadata.vocabularyFile = "tokenizer.json";
-    metadata.blankToken = "<blk>";
-    metadata.unknownToken = "<unk>";
+    AlignmentTokenizerMetadata metadata{.type = "bpe",
+                                        .vocabularyFile = "tokenizer.json",
+                                        .blankToken = "<blk>",
+                                        .unknownToken = "<unk>"};
     return metadata;
 }
 

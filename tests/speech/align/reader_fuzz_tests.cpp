@@ -102,9 +102,8 @@ void mutateStructure(Json& json, std::mt19937& random) {
 }
 
 AlignmentTokenizerMetadata fuzzMetadata(std::mt19937& random) {
-    AlignmentTokenizerMetadata metadata;
-    metadata.type = random() % 2 == 0 ? "ctc_char" : "bpe";
-    metadata.blankToken = "<pad>";
+    AlignmentTokenizerMetadata metadata{.type = random() % 2 == 0 ? "ctc_char" : "bpe",
+                                        .blankToken = "<pad>"};
     if (random() % 4 == 0) {
         metadata.blankTokenID = static_cast<int>(random() % 3);
     }

@@ -87,22 +87,18 @@ protected:
     }
 
     EditorDocument take(const std::vector<RecordedMediaSegment>& microphone) {
-        RecordedMediaSegment screen;
-        screen.url = movie_;
-        screen.duration = 3;
-        screen.mediaDuration = 3;
+        RecordedMediaSegment screen{.url = movie_, .duration = 3, .mediaDuration = 3};
         TakeManifestWriter::write(movie_, {screen}, {}, microphone, std::nullopt);
         return EditorDocument::load(movie_);
     }
 
     static RecordedMediaSegment microphone(const std::filesystem::path& url, double start,
                                            double duration) {
-        RecordedMediaSegment segment;
-        segment.kind = Kind::microphone;
-        segment.url = url;
-        segment.programStart = start;
-        segment.duration = duration;
-        segment.mediaDuration = duration;
+        RecordedMediaSegment segment{.kind = Kind::microphone,
+                                     .url = url,
+                                     .programStart = start,
+                                     .duration = duration,
+                                     .mediaDuration = duration};
         return segment;
     }
 

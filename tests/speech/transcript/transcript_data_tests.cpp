@@ -18,9 +18,9 @@ using testing::TemporaryDirectory;
 using testing::writeTextFile;
 
 TranscriptAnalysis sampleAnalysis() {
-    TranscriptAnalysis analysis;
-    analysis.text = " Hello world ";
-    analysis.tokens = {{"\u2581Hello", 11, 0.0, 0.4, 1.0}, {" world", 12, 0.5, 0.9, 1.0}};
+    TranscriptAnalysis analysis{
+        .text = " Hello world ",
+        .tokens = {{"\u2581Hello", 11, 0.0, 0.4, 1.0}, {" world", 12, 0.5, 0.9, 1.0}}};
     analysis.words = {TranscriptWord{"Hello", 0.0, 0.4, 1.0, 0, 0},
                       TranscriptWord{"world", std::nullopt, std::nullopt, std::nullopt,
                                      std::nullopt, std::nullopt}};
